@@ -1,0 +1,2 @@
+// Placeholder: replaced by the implementation.
+int main() { return 1; }

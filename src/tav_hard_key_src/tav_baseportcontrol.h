@@ -1,0 +1,44 @@
+// Panel port open/close, event words, getters and the receive thread.
+//
+// Frames to the panel come from the main thread, the inner-signal thread and
+// (the error reply) the receive thread. Every frame is written whole with one
+// write while holding tav_port_tx_mutex(), so frames never interleave on the
+// line; fixed-size frames are built in the shared `buffer` under that mutex,
+// text and cursor frames in buffers of their own. The event bits are atomic
+// read-modify-writes; the receive thread stores the key value and version
+// before it raises their bit (release), readers test the bit with acquire.
+#pragma once
+
+#include <cstdint>
+#include <mutex>
+
+#include "tav_hardboard_var.h"
+
+int32_t tav_inituart(int8_t* uartbuf, uint8_t port_id);
+// Closes the port once: pending output is first given time to reach the
+// panel, then input and output are discarded and the descriptor closed.
+void tav_uartclose(void);
+void set_uart_runflag(void);
+void clear_uart_runflag(void);
+
+void tav_sethardkey_event(int event);
+int32_t tav_gethardkey_event(void);
+void tav_clear_keyevent(int event);
+void tav_sethardsend_event(int event);
+int32_t tav_gethardsend_event(void);
+void tav_clear_sendevent(int event);
+
+TAV_KEY_ENUM tav_getkey_val(void);
+uint8_t tav_get_hardkey_main_ver(void);
+uint8_t tav_get_hardkey_minor_ver(void);
+uint8_t tav_get_hardkey_build_ver(void);
+
+void* tav_uart_pthread(void* param);
+
+// Serialises frames on the line.
+std::mutex& tav_port_tx_mutex(void);
+// True between a successful tav_inituart and tav_uartclose.
+bool tav_port_is_open(void);
+// Writes one whole frame with a single write; the caller holds
+// tav_port_tx_mutex(). Returns the write's result, -1 when the port is closed.
+int tav_port_write_locked(const void* frame, int len);

@@ -1,0 +1,8 @@
+// Placeholder: replaced by the module implementation.
+#pragma GCC diagnostic ignored "-Wunused-parameter"
+#include "tav_menu_card_plug.h"
+
+void tav_menu_card_plug_init(void) {}
+void tav_menu_card_plug_set_status(uint8_t slot_id, uint8_t status) {}
+void tav_menu_card_plug_clear(void) {}
+void tav_menu_card_plug_display(void) {}

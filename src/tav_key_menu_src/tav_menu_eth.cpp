@@ -1,0 +1,20 @@
+// Placeholder: replaced by the module implementation.
+#pragma GCC diagnostic ignored "-Wunused-parameter"
+#include "tav_menu_eth.h"
+
+void tav_eth_init(void) {}
+void tav_eth_clear(void) {}
+void tav_eth_sec(void) {}
+void tav_eth_dis(void) {}
+void tav_eth_ip(void) {}
+void tav_eth_mac(void) {}
+void tav_eth_gate(void) {}
+void tav_eth_mask(void) {}
+void tav_eth_sec_display(void) {}
+void tav_eth_dis_display(void) {}
+void tav_eth_ip_display(void) {}
+void tav_eth_mac_display(void) {}
+void tav_eth_gate_display(void) {}
+void tav_eth_mask_display(void) {}
+int mytav_btool_system(const char* cmdstring, char* buf, int len) { return {}; }
+void AddIP_GATE_MASK_0(char* buf) {}

@@ -1,0 +1,15 @@
+// Port number entry shared by the switching menus.
+#pragma once
+
+#include <cstdint>
+
+#include "tav_hardboard_var.h"
+
+void tav_analy_keypress(TAV_STRUCT_KB_BUTTON* tav_key, uint8_t* press_state, uint8_t* press_start,
+                        uint8_t max_port, uint8_t* portlist, uint8_t* port_cfg, uint8_t sel_step);
+void tav_analy_key_nomal(TAV_STRUCT_KB_BUTTON* tav_key, uint8_t* press_state, uint8_t* press_start,
+                         uint8_t max_port, uint8_t* portlist, uint8_t* port_cfg);
+void tav_analy_key_step1(TAV_STRUCT_KB_BUTTON* tav_key, uint8_t* press_state, uint8_t* press_start,
+                         uint8_t max_port, uint8_t* portlist, uint8_t* port_cfg, uint8_t sel_step);
+uint8_t tav_analy_key_check_port(uint8_t port, uint8_t max_port, uint8_t* portlist);
+uint8_t tav_analy_key_get_start(uint8_t start_tmp);

@@ -1,0 +1,9 @@
+// Placeholder: replaced by the module implementation.
+#pragma GCC diagnostic ignored "-Wunused-parameter"
+#include "tav_menu_reset.h"
+
+void tav_menu_reset_init(void) {}
+void tav_menu_reset_clear(void) {}
+void tav_menu_reset(void) {}
+void tav_menu_reset_display(void) {}
+void tav_menu_configure_reset(EM_MATRIX_IRQ_REBOOT_OPT mode) {}

@@ -1,0 +1,12 @@
+// Program entry, start-up and shutdown.
+#pragma once
+
+#include <cstdint>
+
+void tav_dev_init(void);
+int tav_base_port_open(void);
+uint8_t tav_create_thread(void);
+// Shutdown; safe to run more than once and from the inner-signal thread.
+void tav_dev_destory(void);
+// SIGINT/SIGTERM handler (async-signal-safe).
+void signal_handle(int isignum);

@@ -1,0 +1,55 @@
+// In-process stand-in for libtav_matrix.so used by the unit tests: a table of
+// ports, routes, cards, EDIDs and update progress, and a log of the calls.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <map>
+#include <mutex>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "tav_matrix.h"
+
+namespace fakematrix {
+
+struct Port {
+    int32_t vio = em_matrix_unknown; // video direction (EM_MATRIX_IO_TYPE)
+    int32_t aio = em_matrix_unknown; // audio direction
+    int32_t vroute = 0;              // video input routed to this output
+    int32_t aroute = 0;              // audio input routed to this output
+};
+
+struct State {
+    bool open_fails = false;
+    int open_calls = 0;
+    int32_t device_type = 0;
+    std::array<Port, 257> ports{}; // index = port number (1-based)
+    // Calls in order, e.g. "set_video_switch(3,12)", "set_video_switch_done()".
+    std::vector<std::string> calls;
+    TAV_MATRIX_OBJ_SIGNAL_FLAG signal{};
+    int32_t signal_result = 0;
+    std::map<int32_t, TAV_MATRIX_OBJ_CARD> cards;
+    int32_t card_result = 0;
+    int32_t iap_slot = 0;
+    int32_t iap_pct = 0;
+    std::map<std::pair<int32_t, int32_t>, std::vector<uint8_t>> edid; // (port, kind)
+    int32_t get_edid_result = 0;
+    int32_t set_edid_result = 0;
+    TAV_MATRIX_SIGNAL_CALLBACK callback = nullptr;
+    uint32_t registered_mask = 0;
+};
+
+// The fake's state. Tests change it while no other thread calls the fake.
+State& state();
+std::mutex& mutex();
+// Fresh default state: no ports, nothing logged.
+void reset();
+// Ports 1..n_in are inputs, n_in+1..n_in+n_out outputs, for video and (when
+// `audio`) audio; device_type = n_in + n_out; no routes.
+void make_device(int n_in, int n_out, bool audio = true);
+// Calls whose text starts with `prefix`.
+std::vector<std::string> calls_starting(const std::string& prefix);
+
+} // namespace fakematrix

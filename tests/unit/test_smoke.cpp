@@ -1,0 +1,5 @@
+#include <gtest/gtest.h>
+
+#include "tav_basetool.h"
+
+TEST(Smoke, Builds) { SUCCEED(); }
