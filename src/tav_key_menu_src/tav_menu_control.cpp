@@ -1,8 +1,9 @@
 // Placeholder: replaced by the module implementation.
 #pragma GCC diagnostic ignored "-Wunused-parameter"
 #include "tav_menu_control.h"
+#include <unistd.h>
 
-void tav_menu_control(void) {}
+void tav_menu_control(void) { usleep(100000); }
 void tav_menu_ctl_init(void) {}
 void tav_menu_ctl_distory(void) {}
 void tav_menu_update(TAV_ENUM_MENUSTATUS menuwhich) {}
