@@ -5,19 +5,21 @@
 
 #include "tav_common.h"
 
-typedef enum UART_SET_PARAM_PARITY {
+// A fixed underlying type: a value outside the enumeration is well-defined and
+// rejected by the setters.
+typedef enum UART_SET_PARAM_PARITY : int {
     em_uart_param_parity_N = 0,
     em_uart_param_parity_O = 1,
     em_uart_param_parity_E = 2,
     em_uart_param_parity_S = 3,
 } TAV_ENUM_UART_PARAM_PARITY;
 
-typedef enum UART_SET_PARAM_DATABITS {
+typedef enum UART_SET_PARAM_DATABITS : int {
     em_uart_param_databits_7 = 7,
     em_uart_param_databits_8 = 8,
 } TAV_ENUM_UART_PARAM_DATABITS;
 
-typedef enum UART_SET_PARAM_STOPBITS {
+typedef enum UART_SET_PARAM_STOPBITS : int {
     em_uart_param_stopbits_1 = 1,
     em_uart_param_stopbits_2 = 2,
 } TAV_ENUM_UART_PARAM_STOPBITS;

@@ -1,10 +1,129 @@
-// Placeholder: replaced by the module implementation.
-#pragma GCC diagnostic ignored "-Wunused-parameter"
+// PID files under /var/run and the start-up order between cooperating
+// processes: each holds a whole-file write lock on its own PID file while it
+// starts, and a dependant waits until it can take that lock.
 #include "tav_pid_file.h"
 
-int tav_pidf_open(const char* dependproc) { return {}; }
-void tav_pidf_close(int fd) {}
-int tav_pidf_lock(int fd, int nbflag) { return {}; }
-int tav_pidf_unlock(int fd, int nbflag) { return {}; }
-int tav_pidf_get_lock(int fd, pid_t* pid) { return {}; }
-int tav_pidf_wait_depend(const char* dependproc) { return {}; }
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <fcntl.h>
+#include <unistd.h>
+
+#include "tav_common.h"
+#include "tav_platform.h"
+
+namespace {
+
+// "/var/run/<name>.pid" (cut to 63 characters), then mapped for the platform.
+void pidf_path(const char* procname, char* out, size_t outlen) {
+    char name[64];
+    snprintf(name, sizeof name, "%s%s.pid", "/var/run/", procname);
+    tav_platform_path(name, out, outlen);
+}
+
+int pidf_setlock(int fd, short type, int nbflag) {
+    struct flock fl;
+    memset(&fl, 0, sizeof fl);
+    fl.l_type = type;
+    fl.l_whence = SEEK_SET;
+    fl.l_start = 0;
+    fl.l_len = 0;
+    return fcntl(fd, nbflag ? F_SETLK : F_SETLKW, &fl);
+}
+
+} // namespace
+
+int tav_pidf_lock(int fd, int nbflag) {
+    if (pidf_setlock(fd, F_WRLCK, nbflag) != 0) {
+        tav_log(TAV_LOG_ERR, "func=[%s]lock err:%s", __func__, strerror(errno));
+        return -1;
+    }
+    return 0;
+}
+
+int tav_pidf_unlock(int fd, int nbflag) {
+    if (pidf_setlock(fd, F_UNLCK, nbflag) != 0) {
+        tav_log(TAV_LOG_ERR, "func=[%s]lock err:%s", __func__, strerror(errno));
+        return -1;
+    }
+    return 0;
+}
+
+int tav_pidf_get_lock(int fd, pid_t* pid) {
+    struct flock fl;
+    memset(&fl, 0, sizeof fl);
+    fl.l_type = F_WRLCK;
+    fl.l_whence = SEEK_SET;
+    fl.l_start = 0;
+    fl.l_len = 0;
+    if (fcntl(fd, F_GETLK, &fl) != 0) {
+        tav_log(TAV_LOG_ERR, "func=[%s]fcntl F_GETLK:%s", __func__, strerror(errno));
+        return -1;
+    }
+    if (fl.l_type == F_UNLCK) {
+        return 0;
+    }
+    if (pid != nullptr) {
+        *pid = fl.l_pid;
+    }
+    return 1;
+}
+
+int tav_pidf_wait_depend(const char* dependproc) {
+    if (dependproc == nullptr) {
+        return -1;
+    }
+    char path[256];
+    pidf_path(dependproc, path, sizeof path);
+    int fd = open(path, O_RDWR | O_CLOEXEC);
+    if (fd < 0) {
+        tav_log(TAV_LOG_ERR, "func=[%s]open depend %s,err:%s", __func__, path, strerror(errno));
+        return -1;
+    }
+    pid_t holder = 0;
+    int stat = tav_pidf_get_lock(fd, &holder);
+    tav_log(TAV_LOG_NOTICE, "func=[%s]get lock stat %d,pid=%d", __func__, stat,
+            static_cast<int>(holder));
+    // Returns once the dependency has released its lock or ended.
+    tav_pidf_lock(fd, 0);
+    tav_pidf_unlock(fd, 0);
+    close(fd);
+    return 0;
+}
+
+int tav_pidf_open(const char* dependproc) {
+    char path[256];
+    pidf_path(program_invocation_short_name, path, sizeof path);
+    int fd = open(path, O_RDWR | O_CREAT | O_CLOEXEC, 0644);
+    if (fd < 0) {
+        tav_log(TAV_LOG_ERR, "func=[%s]open %s,err:%s", __func__, path, strerror(errno));
+        return -1;
+    }
+    if (tav_pidf_lock(fd, 1) != 0) {
+        pid_t holder = 0;
+        tav_pidf_get_lock(fd, &holder);
+        tav_log(TAV_LOG_NOTICE, "func=[%s]have lock by %d", __func__, static_cast<int>(holder));
+        close(fd);
+        return -1;
+    }
+    if (dependproc != nullptr) {
+        tav_pidf_wait_depend(dependproc);
+    }
+    if (ftruncate(fd, 0) != 0) {
+        tav_log(TAV_LOG_ERR, "func=[%s]ftruncate err:%s", __func__, strerror(errno));
+        close(fd);
+        return -1;
+    }
+    // The process id in binary, machine byte order.
+    pid_t self = getpid();
+    if (pwrite(fd, &self, sizeof self, 0) != static_cast<ssize_t>(sizeof self)) {
+        close(fd);
+        return -1;
+    }
+    return fd;
+}
+
+void tav_pidf_close(int fd) {
+    tav_pidf_unlock(fd, 0);
+    close(fd);
+}

@@ -8,14 +8,28 @@
 #include <syslog.h>
 #include <unistd.h>
 
+// Defined only by the unit tests: it gives a target-build test binary the
+// host behaviour (TAV_ROOT, TAV_SYSLOG_FILE), so the tests run unchanged
+// under emulation. The program never defines it.
+extern "C" int tav_platform_test_hooks(void) __attribute__((weak));
+
+namespace {
+
+bool host_behaviour() {
+#ifdef TAV_HOST_BUILD
+    return true;
+#else
+    return tav_platform_test_hooks != nullptr;
+#endif
+}
+
+} // namespace
+
 char* tav_platform_path(const char* abs_path, char* out, size_t outlen) {
     if (out == nullptr || outlen == 0) {
         return out;
     }
-    const char* root = nullptr;
-#ifdef TAV_HOST_BUILD
-    root = getenv("TAV_ROOT");
-#endif
+    const char* root = host_behaviour() ? getenv("TAV_ROOT") : nullptr;
     if (root != nullptr && root[0] != '\0') {
         snprintf(out, outlen, "%s%s", root, abs_path);
     } else {
@@ -27,24 +41,21 @@ char* tav_platform_path(const char* abs_path, char* out, size_t outlen) {
 void tav_log(int priority, const char* fmt, ...) {
     va_list ap;
     va_start(ap, fmt);
-#ifdef TAV_HOST_BUILD
     va_list copy;
     va_copy(copy, ap);
-#endif
     vsyslog(priority, fmt, ap);
     va_end(ap);
-#ifdef TAV_HOST_BUILD
-    const char* file = getenv("TAV_SYSLOG_FILE");
+    const char* file = host_behaviour() ? getenv("TAV_SYSLOG_FILE") : nullptr;
     if (file != nullptr && file[0] != '\0') {
         char line[1024];
         int head = snprintf(line, sizeof line, "%d\t", priority);
         int body = vsnprintf(line + head, sizeof line - static_cast<size_t>(head) - 1, fmt, copy);
-        size_t len = static_cast<size_t>(head) +
-                     static_cast<size_t>(body < 0 ? 0 : body);
+        size_t len = static_cast<size_t>(head) + static_cast<size_t>(body < 0 ? 0 : body);
         if (len > sizeof line - 2) {
             len = sizeof line - 2;
         }
-        while (len > static_cast<size_t>(head) && (line[len - 1] == '\r' || line[len - 1] == '\n')) {
+        while (len > static_cast<size_t>(head) &&
+               (line[len - 1] == '\r' || line[len - 1] == '\n')) {
             --len;
         }
         line[len++] = '\n';
@@ -57,5 +68,4 @@ void tav_log(int priority, const char* fmt, ...) {
         }
     }
     va_end(copy);
-#endif
 }

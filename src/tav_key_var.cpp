@@ -1,3 +1,4 @@
+// Main-loop run flag, receive-thread identity and the device's port count.
 #include "tav_key_var.h"
 
 std::atomic<uint8_t> g_tav_key_runflag{0};
@@ -9,4 +10,6 @@ void tav_key_var_init(void) {
     g_tav_key_runflag.store(1);
 }
 
-void tav_key_var_destory(void) { g_tav_key_runflag.store(0); }
+void tav_key_var_destory(void) {
+    g_tav_key_runflag.store(0);
+}

@@ -1,12 +1,131 @@
-// Placeholder: replaced by the module implementation.
+// Program entry: start-up, the main loop and the shutdown.
 #include "tav_keyboard.h"
 
-void tav_dev_init(void) {}
-int tav_base_port_open(void) { return 1; }
-uint8_t tav_create_thread(void) { return 1; }
-void tav_dev_destory(void) {}
-void signal_handle(int isignum) { (void)isignum; }
+#include <atomic>
+#include <csignal>
+#include <cstring>
+#include <mutex>
+#include <pthread.h>
+#include <unistd.h>
+
+#include "tav_baseportcontrol.h"
+#include "tav_common.h"
+#include "tav_key_var.h"
+#include "tav_menu_control.h"
+#include "tav_platform.h"
+
+namespace {
+
+// Parameters of the panel line; tav_inituart splits the text in place.
+const char TAV_PANEL_UART_PARAM[] = "19200;N;8;1;";
+constexpr uint8_t TAV_PANEL_UART_LINE = 4;
+
+// Set by the signal handler and never cleared: a signal that arrives before
+// the run flags are raised must still stop the program.
+std::atomic<uint8_t> m_tav_stop_requested{0};
+// Whether the receive thread exists and has not been cancelled yet.
+std::atomic<uint8_t> m_tav_rx_thread_live{0};
+
+static_assert(std::atomic<uint8_t>::is_always_lock_free, "used from the signal handler");
+
+} // namespace
+
+// Without SA_RESTART, so that a blocking wait in progress (the start-up's
+// wait on the matrix core's lock) returns and the main loop can end.
+void tav_install_signal_handlers(void) {
+    struct sigaction sa;
+    memset(&sa, 0, sizeof sa);
+    sa.sa_handler = signal_handle;
+    sigemptyset(&sa.sa_mask);
+    sa.sa_flags = 0;
+    sigaction(SIGINT, &sa, nullptr);
+    sigaction(SIGTERM, &sa, nullptr);
+}
+
+void tav_dev_init(void) {
+    tav_hardkey_init();
+    set_uart_runflag();
+    tav_key_var_init();
+    std::lock_guard<std::recursive_mutex> lk(tav_menu_engine_mutex());
+    tav_menu_ctl_init();
+}
+
+int tav_base_port_open(void) {
+    int8_t param[128];
+    memset(param, 0, sizeof param);
+    memcpy(param, TAV_PANEL_UART_PARAM, sizeof TAV_PANEL_UART_PARAM - 1);
+    if (tav_inituart(param, TAV_PANEL_UART_LINE) != 0) {
+        tav_log(TAV_LOG_DEBUG, "func=[%s]Front panel Err .Start Uart Err.\r\n", __func__);
+        tav_uartclose();
+        return 1;
+    }
+    return 0;
+}
+
+uint8_t tav_create_thread(void) {
+    // The receive thread never takes SIGINT or SIGTERM, so that they reach
+    // the main thread and interrupt what it waits on.
+    sigset_t stop;
+    sigset_t old;
+    sigemptyset(&stop);
+    sigaddset(&stop, SIGINT);
+    sigaddset(&stop, SIGTERM);
+    pthread_sigmask(SIG_BLOCK, &stop, &old);
+    int r = pthread_create(&g_uart_pthread_id, nullptr, tav_uart_pthread, nullptr);
+    pthread_sigmask(SIG_SETMASK, &old, nullptr);
+    if (r != 0) {
+        tav_log(TAV_LOG_DEBUG, "func=[%s]Creat thread Err.\r\n", __func__);
+        return 1;
+    }
+    m_tav_rx_thread_live.store(1);
+    return 0;
+}
+
+void tav_dev_destory(void) {
+    tav_uartclose();
+    tav_hardkey_init();
+    clear_uart_runflag();
+    tav_key_var_destory();
+    {
+        std::lock_guard<std::recursive_mutex> lk(tav_menu_engine_mutex());
+        tav_menu_ctl_distory();
+    }
+    if (m_tav_rx_thread_live.exchange(0) != 0) {
+        pthread_cancel(g_uart_pthread_id);
+    }
+}
+
+// Only clears the run flags (async-signal-safe); main runs the shutdown once
+// the loop has ended.
+void signal_handle(int isignum) {
+    (void)isignum;
+    m_tav_stop_requested.store(1);
+    g_tav_uart_runflag.store(0);
+    g_tav_key_runflag.store(0);
+}
 
 #ifndef TAV_NO_MAIN
-int main() { return 1; }
+int main() {
+    tav_install_signal_handlers();
+    sleep(1);
+    if (m_tav_stop_requested.load() != 0) {
+        return 1;
+    }
+    tav_dev_init();
+    if (m_tav_stop_requested.load() != 0) {
+        tav_dev_destory();
+        return 1;
+    }
+    if (tav_base_port_open() != 0) {
+        return 1;
+    }
+    if (tav_create_thread() != 0) {
+        return 1;
+    }
+    while (g_tav_key_runflag.load() != 0) {
+        tav_menu_control();
+    }
+    tav_dev_destory();
+    return 1;
+}
 #endif

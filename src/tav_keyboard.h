@@ -10,3 +10,5 @@ uint8_t tav_create_thread(void);
 void tav_dev_destory(void);
 // SIGINT/SIGTERM handler (async-signal-safe).
 void signal_handle(int isignum);
+// Installs signal_handle for SIGINT and SIGTERM.
+void tav_install_signal_handlers(void);

@@ -1,1 +1,557 @@
-// Placeholder: replaced by the implementation.
+#include "tav_panel_emu.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <condition_variable>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <deque>
+#include <fcntl.h>
+#include <filesystem>
+#include <poll.h>
+#include <termios.h>
+#include <unistd.h>
+
+namespace tavpanel {
+
+namespace {
+
+// One step of the sender: bytes to write, then a pause.
+struct SendStep {
+    std::vector<uint8_t> bytes;
+    int pause_ms = 0;
+};
+
+double now_s() {
+    using namespace std::chrono;
+    return duration<double>(steady_clock::now().time_since_epoch()).count();
+}
+
+} // namespace
+
+struct PanelEmulator::Impl {
+    EmulatorOptions opts;
+    std::string slave;
+    std::string link;
+    int master = -1;
+    int stop_pipe[2] = {-1, -1};
+    int notify_pipe[2] = {-1, -1};
+    std::thread reader;
+    std::thread sender;
+
+    mutable std::mutex m; // everything below
+    mutable std::condition_variable cv;
+    PanelModel model;
+    bool stopping = false;
+    bool running = false;
+    bool peer_open = false;
+    size_t opens = 0, closes = 0;
+    uint64_t gen = 0;
+    std::string problem;
+    FILE* log = nullptr;
+    double t0 = now_s();
+    std::deque<SendStep> queue;
+    uint64_t queued = 0, sent = 0; // steps, for waiting on press()
+
+    std::mutex write_m; // one frame per write on the master
+
+    explicit Impl(EmulatorOptions o) : opts(std::move(o)) {
+        model.set_frame_limit(opts.frame_limit);
+    }
+
+    void log_line(const char* dir, const std::string& what) {
+        // Called with m held.
+        if (log != nullptr) {
+            std::fprintf(log, "%10.3f %s %s\n", now_s() - t0, dir, what.c_str());
+            std::fflush(log);
+        }
+    }
+
+    void bump() {
+        // Called with m held: wake waiters and the front end.
+        ++gen;
+        cv.notify_all();
+        const char b = 1;
+        if (notify_pipe[1] >= 0) {
+            [[maybe_unused]] ssize_t r = ::write(notify_pipe[1], &b, 1);
+        }
+    }
+
+    void write_bytes(const std::vector<uint8_t>& bytes) {
+        if (bytes.empty() || master < 0) {
+            return;
+        }
+        {
+            std::lock_guard<std::mutex> w(write_m);
+            size_t off = 0;
+            while (off < bytes.size()) {
+                ssize_t n = ::write(master, bytes.data() + off, bytes.size() - off);
+                if (n > 0) {
+                    off += static_cast<size_t>(n);
+                } else if (n < 0 && errno == EAGAIN) {
+                    pollfd p{master, POLLOUT, 0};
+                    if (::poll(&p, 1, 200) <= 0) {
+                        break;
+                    }
+                } else if (n < 0 && errno == EINTR) {
+                    continue;
+                } else {
+                    break;
+                }
+            }
+        }
+        std::lock_guard<std::mutex> l(m);
+        log_line("->", describe_sent(bytes));
+    }
+
+    static std::string describe_sent(const std::vector<uint8_t>& b) {
+        if (b.size() == 10 && b[3] == 5 && b[4] == 7) {
+            const uint32_t mask = mask_of(b.data() + 5);
+            std::string k = "?";
+            for (int i = 0; i < 32; ++i) {
+                if (mask == (uint32_t{1} << i)) {
+                    k = key_name(i);
+                }
+            }
+            return (mask == 0 ? std::string("release") : "key " + k) + "  " + hex(b);
+        }
+        if (b.size() == 11 && b[3] == 6 && b[4] == 0) {
+            return "version " + hex(b);
+        }
+        return "raw " + hex(b);
+    }
+
+    // Called with m held, after new bytes went into the model.
+    void took(size_t frames_before, size_t hs_before, std::vector<uint8_t>& answer) {
+        const auto& fr = model.frames();
+        const size_t fresh = std::min(model.frames_total() - frames_before, fr.size());
+        for (size_t i = fr.size() - fresh; i < fr.size(); ++i) {
+            log_line("<-", describe(fr[i].bytes));
+            const FrameKind k = fr[i].kind;
+            if (k == FrameKind::error_reply || k == FrameKind::unknown ||
+                k == FrameKind::malformed) {
+                problem = describe(fr[i].bytes);
+            }
+        }
+        if (opts.answer_handshake) {
+            for (size_t i = hs_before; i < model.handshakes(); ++i) {
+                const auto v =
+                    version_frame(opts.fw_main, opts.fw_minor, opts.fw_build_hi, opts.fw_build_lo);
+                answer.insert(answer.end(), v.begin(), v.end());
+            }
+        }
+        bump();
+    }
+
+    void set_peer(bool open) {
+        std::lock_guard<std::mutex> l(m);
+        if (open == peer_open) {
+            return;
+        }
+        peer_open = open;
+        open ? ++opens : ++closes;
+        log_line("--", open ? "port opened by the program" : "port closed by the program");
+        bump();
+    }
+
+    bool stop_requested(int timeout_ms) {
+        pollfd p{stop_pipe[0], POLLIN, 0};
+        return ::poll(&p, 1, timeout_ms) > 0;
+    }
+
+    void read_loop() {
+        uint8_t buf[512];
+        bool open = false; // the reader's own view; published through set_peer
+        for (;;) {
+            short rev = 0;
+            if (!open) {
+                // The master reports a hang-up while nobody holds the slave:
+                // look again every 10 ms.
+                if (stop_requested(10)) {
+                    return;
+                }
+                pollfd p{master, POLLIN, 0};
+                ::poll(&p, 1, 0);
+                rev = p.revents;
+                if ((rev & POLLHUP) == 0) {
+                    open = true;
+                    set_peer(true);
+                }
+            } else {
+                pollfd p[2] = {{master, POLLIN, 0}, {stop_pipe[0], POLLIN, 0}};
+                if (::poll(p, 2, -1) < 0) {
+                    if (errno == EINTR) {
+                        continue;
+                    }
+                    return;
+                }
+                if (p[1].revents != 0) {
+                    return;
+                }
+                rev = p[0].revents;
+            }
+            if (rev & POLLIN) {
+                ssize_t n = ::read(master, buf, sizeof buf);
+                if (n > 0) {
+                    if (!open) {
+                        // Data left behind by a peer that opened and closed
+                        // between two looks.
+                        set_peer(true);
+                    }
+                    std::vector<uint8_t> answer;
+                    {
+                        std::lock_guard<std::mutex> l(m);
+                        const size_t fb = model.frames_total();
+                        const size_t hb = model.handshakes();
+                        model.feed(buf, static_cast<size_t>(n));
+                        took(fb, hb, answer);
+                    }
+                    write_bytes(answer);
+                    open = open || (rev & POLLHUP) == 0;
+                    continue;
+                }
+            }
+            if (rev & (POLLHUP | POLLERR)) {
+                open = false;
+                set_peer(false);
+            }
+        }
+    }
+
+    void send_loop() {
+        std::unique_lock<std::mutex> l(m);
+        for (;;) {
+            cv.wait(l, [&] { return stopping || !queue.empty(); });
+            if (stopping) {
+                return;
+            }
+            SendStep step = std::move(queue.front());
+            queue.pop_front();
+            l.unlock();
+            write_bytes(step.bytes);
+            if (step.pause_ms > 0 && stop_requested(step.pause_ms)) {
+                l.lock();
+                return;
+            }
+            l.lock();
+            ++sent;
+            cv.notify_all();
+        }
+    }
+
+    uint64_t enqueue(std::vector<SendStep> steps) {
+        std::lock_guard<std::mutex> l(m);
+        if (!running || stopping) {
+            return 0; // nothing is sent before start() or after stop()
+        }
+        for (auto& s : steps) {
+            queue.push_back(std::move(s));
+        }
+        queued += steps.size();
+        cv.notify_all();
+        return queued;
+    }
+
+    void wait_sent(uint64_t upto) {
+        std::unique_lock<std::mutex> l(m);
+        cv.wait(l, [&] { return stopping || sent >= upto; });
+    }
+
+    template <class Pred> bool wait(Pred pred, std::chrono::milliseconds timeout) const {
+        std::unique_lock<std::mutex> l(m);
+        return cv.wait_for(l, timeout, [&] { return pred(); });
+    }
+};
+
+PanelEmulator::PanelEmulator(EmulatorOptions opts) : impl_(new Impl(std::move(opts))) {}
+
+PanelEmulator::~PanelEmulator() {
+    stop();
+    delete impl_;
+}
+
+bool PanelEmulator::start() {
+    Impl& d = *impl_;
+    {
+        std::lock_guard<std::mutex> l(d.m);
+        if (d.running) {
+            return true;
+        }
+    }
+    namespace fs = std::filesystem;
+    std::error_code ec;
+    fs::create_directories(fs::path(d.opts.root) / "dev", ec);
+    d.link = (fs::path(d.opts.root) / "dev" / "ttyPSC3").string();
+
+    d.master = ::posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
+    if (d.master < 0 || ::grantpt(d.master) != 0 || ::unlockpt(d.master) != 0) {
+        stop();
+        return false;
+    }
+    char name[128];
+    if (::ptsname_r(d.master, name, sizeof name) != 0) {
+        stop();
+        return false;
+    }
+    d.slave = name;
+    // Open the slave once: make it raw (no echo of our frames back to us) and
+    // put the master into the hang-up state that tells us when the program
+    // opens and closes it.
+    int s = ::open(name, O_RDWR | O_NOCTTY | O_CLOEXEC);
+    if (s < 0) {
+        stop();
+        return false;
+    }
+    termios t{};
+    if (::tcgetattr(s, &t) == 0) {
+        ::cfmakeraw(&t);
+        ::cfsetispeed(&t, B19200);
+        ::cfsetospeed(&t, B19200);
+        ::tcsetattr(s, TCSANOW, &t);
+    }
+    ::close(s);
+    ::fcntl(d.master, F_SETFL, ::fcntl(d.master, F_GETFL) | O_NONBLOCK);
+
+    fs::remove(d.link, ec);
+    if (::symlink(name, d.link.c_str()) != 0 || ::pipe2(d.stop_pipe, O_CLOEXEC) != 0 ||
+        ::pipe2(d.notify_pipe, O_CLOEXEC | O_NONBLOCK) != 0) {
+        stop();
+        return false;
+    }
+    if (!d.opts.log_path.empty()) {
+        d.log = std::fopen(d.opts.log_path.c_str(), "a");
+    }
+    {
+        std::lock_guard<std::mutex> l(d.m);
+        d.stopping = false;
+        d.log_line("--", "panel on " + d.slave + " linked at " + d.link);
+    }
+    d.reader = std::thread([&d] { d.read_loop(); });
+    d.sender = std::thread([&d] { d.send_loop(); });
+    std::lock_guard<std::mutex> l(d.m);
+    d.running = true;
+    return true;
+}
+
+void PanelEmulator::stop() {
+    Impl& d = *impl_;
+    {
+        std::lock_guard<std::mutex> l(d.m);
+        d.stopping = true;
+        d.cv.notify_all();
+    }
+    if (d.stop_pipe[1] >= 0) {
+        const char b = 1;
+        [[maybe_unused]] ssize_t r = ::write(d.stop_pipe[1], &b, 1);
+    }
+    if (d.reader.joinable()) {
+        d.reader.join();
+    }
+    if (d.sender.joinable()) {
+        d.sender.join();
+    }
+    for (int* fd :
+         {&d.master, &d.stop_pipe[0], &d.stop_pipe[1], &d.notify_pipe[0], &d.notify_pipe[1]}) {
+        if (*fd >= 0) {
+            ::close(*fd);
+            *fd = -1;
+        }
+    }
+    if (!d.link.empty()) {
+        ::unlink(d.link.c_str());
+    }
+    std::lock_guard<std::mutex> l(d.m);
+    if (d.log != nullptr) {
+        std::fclose(d.log);
+        d.log = nullptr;
+    }
+    d.running = false;
+}
+
+void PanelEmulator::press(int key) {
+    impl_->wait_sent(impl_->enqueue({{key_frame(key), impl_->opts.hold_ms}, {release_frame(), 0}}));
+}
+
+void PanelEmulator::press_async(int key) {
+    impl_->enqueue({{key_frame(key), impl_->opts.hold_ms}, {release_frame(), 0}});
+}
+
+void PanelEmulator::lock_toggle(bool wait) {
+    const int hold = impl_->opts.hold_ms;
+    const uint64_t n = impl_->enqueue(
+        {{key_frame(KEY_LOCK), hold}, {key_frame(KEY_LOCK), hold}, {release_frame(), 0}});
+    if (wait) {
+        impl_->wait_sent(n);
+    }
+}
+
+void PanelEmulator::press_no_release(int key) {
+    impl_->wait_sent(impl_->enqueue({{key_frame(key), 0}}));
+}
+
+void PanelEmulator::release() {
+    impl_->wait_sent(impl_->enqueue({{release_frame(), 0}}));
+}
+
+void PanelEmulator::send_raw(const std::vector<uint8_t>& bytes) {
+    impl_->wait_sent(impl_->enqueue({{bytes, 0}}));
+}
+
+void PanelEmulator::send_split(const std::vector<uint8_t>& bytes, const std::vector<size_t>& cuts,
+                               std::chrono::milliseconds gap) {
+    std::vector<SendStep> steps;
+    size_t from = 0;
+    for (size_t c : cuts) {
+        if (c > from && c < bytes.size()) {
+            steps.push_back({std::vector<uint8_t>(bytes.begin() + static_cast<long>(from),
+                                                  bytes.begin() + static_cast<long>(c)),
+                             static_cast<int>(gap.count())});
+            from = c;
+        }
+    }
+    steps.push_back(
+        {std::vector<uint8_t>(bytes.begin() + static_cast<long>(from), bytes.end()), 0});
+    impl_->wait_sent(impl_->enqueue(std::move(steps)));
+}
+
+void PanelEmulator::set_answer_handshake(bool on) {
+    std::lock_guard<std::mutex> l(impl_->m);
+    impl_->opts.answer_handshake = on;
+}
+
+void PanelEmulator::set_firmware(uint8_t main, uint8_t minor, uint8_t build_hi, uint8_t build_lo) {
+    std::lock_guard<std::mutex> l(impl_->m);
+    impl_->opts.fw_main = main;
+    impl_->opts.fw_minor = minor;
+    impl_->opts.fw_build_hi = build_hi;
+    impl_->opts.fw_build_lo = build_lo;
+}
+
+PanelState PanelEmulator::state() const {
+    std::lock_guard<std::mutex> l(impl_->m);
+    return impl_->model.state();
+}
+
+std::vector<Frame> PanelEmulator::frames() const {
+    std::lock_guard<std::mutex> l(impl_->m);
+    return impl_->model.frames();
+}
+
+void PanelEmulator::clear_frames() {
+    std::lock_guard<std::mutex> l(impl_->m);
+    impl_->model.clear_frames();
+}
+
+size_t PanelEmulator::handshakes() const {
+    std::lock_guard<std::mutex> l(impl_->m);
+    return impl_->model.handshakes();
+}
+
+size_t PanelEmulator::error_replies() const {
+    std::lock_guard<std::mutex> l(impl_->m);
+    return impl_->model.error_replies();
+}
+
+size_t PanelEmulator::unknown_frames() const {
+    std::lock_guard<std::mutex> l(impl_->m);
+    return impl_->model.unknown_frames();
+}
+
+size_t PanelEmulator::malformed_frames() const {
+    std::lock_guard<std::mutex> l(impl_->m);
+    return impl_->model.malformed_frames();
+}
+
+bool PanelEmulator::peer_closed() const {
+    std::lock_guard<std::mutex> l(impl_->m);
+    return impl_->closes > 0 && !impl_->peer_open;
+}
+
+size_t PanelEmulator::peer_opens() const {
+    std::lock_guard<std::mutex> l(impl_->m);
+    return impl_->opens;
+}
+
+size_t PanelEmulator::peer_closes() const {
+    std::lock_guard<std::mutex> l(impl_->m);
+    return impl_->closes;
+}
+
+std::string PanelEmulator::last_problem() const {
+    std::lock_guard<std::mutex> l(impl_->m);
+    return impl_->problem;
+}
+
+uint64_t PanelEmulator::generation() const {
+    std::lock_guard<std::mutex> l(impl_->m);
+    return impl_->gen;
+}
+
+bool PanelEmulator::wait_for(const std::function<bool(const PanelState&)>& pred,
+                             std::chrono::milliseconds timeout) const {
+    return impl_->wait([&] { return pred(impl_->model.state()); }, timeout);
+}
+
+bool PanelEmulator::wait_lcd(int line, const std::string& text,
+                             std::chrono::milliseconds timeout) const {
+    if (line < 0 || line > 1) {
+        return false;
+    }
+    // A text shorter than the line matches the line's start when the rest is blank.
+    std::string want = text.substr(0, LCD_COLS);
+    want.resize(LCD_COLS, ' ');
+    return wait_for([&](const PanelState& s) { return s.lcd[line] == want; }, timeout);
+}
+
+bool PanelEmulator::wait_lcd_contains(int line, const std::string& text,
+                                      std::chrono::milliseconds timeout) const {
+    if (line < 0 || line > 1) {
+        return false;
+    }
+    return wait_for(
+        [&](const PanelState& s) { return s.lcd[line].find(text) != std::string::npos; }, timeout);
+}
+
+bool PanelEmulator::wait_leds(uint32_t steady, std::chrono::milliseconds timeout) const {
+    return wait_for([&](const PanelState& s) { return s.led_steady == steady; }, timeout);
+}
+
+bool PanelEmulator::wait_handshakes(size_t n, std::chrono::milliseconds timeout) const {
+    return impl_->wait([&] { return impl_->model.handshakes() >= n; }, timeout);
+}
+
+bool PanelEmulator::wait_error_replies(size_t n, std::chrono::milliseconds timeout) const {
+    return impl_->wait([&] { return impl_->model.error_replies() >= n; }, timeout);
+}
+
+bool PanelEmulator::wait_peer_open(std::chrono::milliseconds timeout) const {
+    return impl_->wait([&] { return impl_->peer_open; }, timeout);
+}
+
+bool PanelEmulator::wait_peer_closed(std::chrono::milliseconds timeout) const {
+    return impl_->wait([&] { return impl_->closes > 0 && !impl_->peer_open; }, timeout);
+}
+
+bool PanelEmulator::wait_change(uint64_t seen, std::chrono::milliseconds timeout) const {
+    return impl_->wait([&] { return impl_->gen != seen; }, timeout);
+}
+
+int PanelEmulator::notify_fd() const {
+    return impl_->notify_pipe[0];
+}
+
+void PanelEmulator::drain_notify() const {
+    char b[64];
+    while (impl_->notify_pipe[0] >= 0 && ::read(impl_->notify_pipe[0], b, sizeof b) > 0) {
+    }
+}
+
+const std::string& PanelEmulator::slave_path() const {
+    return impl_->slave;
+}
+const std::string& PanelEmulator::link_path() const {
+    return impl_->link;
+}
+
+} // namespace tavpanel

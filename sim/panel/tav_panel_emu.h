@@ -1,5 +1,18 @@
 // The panel emulator: a pseudo-terminal whose slave is linked at
 // $TAV_ROOT/dev/ttyPSC3, playing the panel's microcontroller.
+//
+// A reader thread decodes everything the program writes into a PanelModel and
+// answers each handshake with the firmware version (unless silent). A sender
+// thread plays key presses (key frame, a hold time, release frame) in order.
+//
+// Seeing the program open and close its port: right after creating the pty
+// the emulator opens the slave once itself, makes it raw and closes it again.
+// From then on the master reports a hang-up (POLLHUP) whenever no one holds
+// the slave, so the program's open shows as the hang-up going away and its
+// close as the hang-up coming back. While the slave is closed the reader
+// looks again every 10 ms (poll on the stop pipe with a time-out); while it
+// is open the reader blocks in poll. An open and close within 10 ms that
+// writes nothing can go unseen.
 #pragma once
 
 #include <chrono>
@@ -15,10 +28,12 @@
 namespace tavpanel {
 
 struct EmulatorOptions {
-    std::string root;              // TAV_ROOT; the link is <root>/dev/ttyPSC3
-    bool answer_handshake = true;  // false: the panel stays silent
+    std::string root;             // TAV_ROOT; the link is <root>/dev/ttyPSC3
+    bool answer_handshake = true; // false: the panel stays silent
     uint8_t fw_main = 1, fw_minor = 0, fw_build_hi = 0, fw_build_lo = 1;
-    std::string log_path;          // optional frame log with timestamps
+    std::string log_path;   // optional frame log with timestamps
+    int hold_ms = 250;      // time between a key frame and its release
+    size_t frame_limit = 0; // frames kept (0: all); long interactive runs set one
 };
 
 class PanelEmulator {
@@ -28,17 +43,25 @@ class PanelEmulator {
     PanelEmulator(const PanelEmulator&) = delete;
     PanelEmulator& operator=(const PanelEmulator&) = delete;
 
-    // Creates the pty, the link and the reader thread. False on failure.
+    // Creates the pty, the link and the threads. False on failure.
     bool start();
+    // Stops the threads, closes the pty and removes the link. Idempotent.
     void stop();
 
-    // Key press: key frame, then release frame.
+    // Key press: key frame, the hold time, release frame. Returns when sent.
     void press(int key);
+    // The same, queued; returns at once.
+    void press_async(int key);
+    // LOCK twice with no release between, then the release (the lock toggle).
+    void lock_toggle(bool wait = true);
     // Key frame only (no release), e.g. for the LOCK toggle.
     void press_no_release(int key);
     void release();
-    // Fault injection: raw bytes (split frames, malformed lengths, ...).
+    // Fault injection: raw bytes (malformed lengths, garbage, ...).
     void send_raw(const std::vector<uint8_t>& bytes);
+    // The bytes in pieces cut at the given offsets, `gap` apart.
+    void send_split(const std::vector<uint8_t>& bytes, const std::vector<size_t>& cuts,
+                    std::chrono::milliseconds gap);
     void set_answer_handshake(bool on);
     void set_firmware(uint8_t main, uint8_t minor, uint8_t build_hi, uint8_t build_lo);
 
@@ -47,9 +70,19 @@ class PanelEmulator {
     void clear_frames();
     size_t handshakes() const;
     size_t error_replies() const;
+    size_t unknown_frames() const;
+    size_t malformed_frames() const;
     // True once the program's side of the pty has been closed after having
-    // been opened (the program closed the port or ended).
+    // been opened (the program closed the port or ended); false again while
+    // it is open.
     bool peer_closed() const;
+    // How often the program's side was seen to open and to close.
+    size_t peer_opens() const;
+    size_t peer_closes() const;
+    // One line about the latest error reply, unknown or malformed frame.
+    std::string last_problem() const;
+    // Changes every time something new arrives (for redraws).
+    uint64_t generation() const;
 
     // Wait until `pred` holds for the panel state; false on time-out.
     bool wait_for(const std::function<bool(const PanelState&)>& pred,
@@ -58,8 +91,20 @@ class PanelEmulator {
     bool wait_lcd_contains(int line, const std::string& text,
                            std::chrono::milliseconds timeout) const;
     bool wait_leds(uint32_t steady, std::chrono::milliseconds timeout) const;
+    bool wait_handshakes(size_t n, std::chrono::milliseconds timeout) const;
+    bool wait_error_replies(size_t n, std::chrono::milliseconds timeout) const;
+    bool wait_peer_open(std::chrono::milliseconds timeout) const;
+    bool wait_peer_closed(std::chrono::milliseconds timeout) const;
+    // Wait until generation() differs from `seen`; false on time-out.
+    bool wait_change(uint64_t seen, std::chrono::milliseconds timeout) const;
+
+    // Descriptor that becomes readable when something new arrived; read it
+    // empty with drain_notify(). For poll()-based front ends.
+    int notify_fd() const;
+    void drain_notify() const;
 
     const std::string& slave_path() const;
+    const std::string& link_path() const;
 
   private:
     struct Impl;

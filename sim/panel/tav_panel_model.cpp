@@ -1,12 +1,303 @@
-// Placeholder: replaced by the implementation.
 #include "tav_panel_model.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+
 namespace tavpanel {
-PanelModel::PanelModel() {}
-void PanelModel::feed(const uint8_t*, size_t) {}
-void PanelModel::apply(const std::vector<uint8_t>&) {}
-std::vector<uint8_t> key_frame(int, uint8_t) { return {}; }
-std::vector<uint8_t> mask_frame(uint32_t, uint8_t) { return {}; }
-std::vector<uint8_t> release_frame(uint8_t) { return {}; }
-std::vector<uint8_t> version_frame(uint8_t, uint8_t, uint8_t, uint8_t, uint8_t) { return {}; }
-std::string hex(const std::vector<uint8_t>&) { return {}; }
+
+namespace {
+
+constexpr uint8_t HEAD = 0xEB;
+constexpr uint8_t ADDR = 0x5F;
+constexpr uint8_t ORDER = 0x21;
+constexpr uint8_t CHECK_CMD = 0x0F;
+constexpr uint8_t CHECK_ERR = 0xA5;
+
+double now_s() {
+    using namespace std::chrono;
+    return duration<double>(steady_clock::now().time_since_epoch()).count();
+}
+
+std::vector<uint8_t> frame21(const std::vector<uint8_t>& data, uint8_t check) {
+    std::vector<uint8_t> f(data.size() + 5);
+    f[0] = HEAD;
+    f[1] = ADDR;
+    f[2] = ORDER;
+    f[3] = static_cast<uint8_t>(data.size());
+    std::copy(data.begin(), data.end(), f.begin() + 4);
+    f.back() = check;
+    return f;
+}
+
+std::string printable(const uint8_t* p, size_t n) {
+    std::string s;
+    for (size_t i = 0; i < n; ++i) {
+        char c = static_cast<char>(p[i]);
+        s += (p[i] >= 0x20 && p[i] < 0x7F) ? c : '.';
+    }
+    return s;
+}
+
+} // namespace
+
+const char* key_name(int key) {
+    static const char* const names[KEY_COUNT] = {
+        "0", "1",    "2",     "3",     "4",       "5",    "6",    "7",   "8",
+        "9", "LEFT", "RIGHT", "BREAK", "DEFAULT", "TAKE", "MENU", "LOCK"};
+    return (key >= 0 && key < KEY_COUNT) ? names[key] : "?";
+}
+
+const char* kind_name(FrameKind kind) {
+    switch (kind) {
+    case FrameKind::led_steady:
+        return "led_steady";
+    case FrameKind::led_blink:
+        return "led_blink";
+    case FrameKind::blink_cycle:
+        return "blink_cycle";
+    case FrameKind::lcd_text:
+        return "lcd_text";
+    case FrameKind::cursor:
+        return "cursor";
+    case FrameKind::key_enable:
+        return "key_enable";
+    case FrameKind::handshake:
+        return "handshake";
+    case FrameKind::error_reply:
+        return "error_reply";
+    case FrameKind::unknown:
+        return "unknown";
+    case FrameKind::malformed:
+        return "malformed";
+    }
+    return "?";
+}
+
+uint32_t mask_of(const uint8_t* b) {
+    return (static_cast<uint32_t>(b[0]) << 24) | (static_cast<uint32_t>(b[1]) << 16) |
+           (static_cast<uint32_t>(b[2]) << 8) | b[3];
+}
+
+PanelModel::PanelModel() : t0_(now_s()) {}
+
+FrameKind PanelModel::decode(const std::vector<uint8_t>& f, PanelState& st) {
+    if (f.size() < 5 || f[0] != HEAD || f[1] != ADDR || f[3] == 0 || f.size() != f[3] + 5u) {
+        return FrameKind::malformed;
+    }
+    const uint8_t len = f[3];
+    const uint8_t check = f.back();
+    // The error reply carries its own order byte.
+    if (len == 1 && check == CHECK_ERR) {
+        return FrameKind::error_reply;
+    }
+    if (f[2] != ORDER) {
+        return FrameKind::unknown;
+    }
+    const uint8_t sub = f[4];
+    const uint8_t* d = f.data() + 5; // payload after the sub-command
+    const size_t n = len - 1u;
+    FrameKind kind = FrameKind::unknown;
+    bool ok = false;
+    switch (sub) {
+    case 0:
+        kind = FrameKind::handshake;
+        ok = n == 1 && d[0] == 0;
+        break;
+    case 1:
+    case 2:
+    case 6:
+        kind = sub == 1   ? FrameKind::led_steady
+               : sub == 2 ? FrameKind::led_blink
+                          : FrameKind::key_enable;
+        ok = n == 4;
+        break;
+    case 3:
+        kind = FrameKind::blink_cycle;
+        ok = n == 2 && d[0] == 1 && d[1] >= 1 && d[1] <= 20;
+        break;
+    case 4:
+        kind = FrameKind::lcd_text;
+        ok = n >= 3 && d[0] < LCD_LINES && d[1] < LCD_COLS && d[1] + (n - 2) <= size_t{LCD_COLS};
+        break;
+    case 5:
+        kind = FrameKind::cursor;
+        ok = n == 2 && d[0] < LCD_LINES && d[1] < LCD_COLS;
+        break;
+    default:
+        return FrameKind::unknown;
+    }
+    if (!ok || check != CHECK_CMD) {
+        return FrameKind::malformed;
+    }
+    switch (kind) {
+    case FrameKind::led_steady:
+        st.led_steady = mask_of(d);
+        break;
+    case FrameKind::led_blink:
+        st.led_blink = mask_of(d);
+        break;
+    case FrameKind::key_enable:
+        st.key_enable = mask_of(d);
+        break;
+    case FrameKind::blink_cycle:
+        st.blink_cycle = d[1];
+        break;
+    case FrameKind::lcd_text:
+        st.lcd[d[0]].replace(d[1], n - 2, reinterpret_cast<const char*>(d + 2), n - 2);
+        break;
+    case FrameKind::cursor:
+        st.cursor_line = d[0];
+        st.cursor_col = d[1];
+        break;
+    default:
+        break;
+    }
+    return kind;
+}
+
+void PanelModel::apply(const std::vector<uint8_t>& f) {
+    Frame fr;
+    fr.t = now_s() - t0_;
+    fr.bytes = f;
+    fr.kind = decode(f, state_);
+    switch (fr.kind) {
+    case FrameKind::handshake:
+        ++handshakes_;
+        break;
+    case FrameKind::error_reply:
+        ++error_replies_;
+        break;
+    case FrameKind::unknown:
+        ++unknown_;
+        break;
+    case FrameKind::malformed:
+        ++malformed_;
+        break;
+    default:
+        break;
+    }
+    frames_.push_back(std::move(fr));
+    ++total_;
+    if (frame_limit_ > 0 && frames_.size() > frame_limit_) {
+        frames_.erase(frames_.begin(), frames_.begin() + static_cast<long>(frames_.size() / 2));
+    }
+}
+
+// Cuts complete frames off the front of pending_. On return pending_ is empty
+// or holds the start of a frame that needs more bytes.
+void PanelModel::scan() {
+    size_t start = 0;
+    for (;;) {
+        while (start < pending_.size() && pending_[start] != HEAD) {
+            ++garbage_;
+            ++start;
+        }
+        const size_t have = pending_.size() - start;
+        if (have < 2) {
+            break;
+        }
+        if (pending_[start + 1] != ADDR) {
+            // Not a frame head after all: skip it and look for the next one.
+            ++garbage_;
+            ++start;
+            continue;
+        }
+        if (have < 4) {
+            break;
+        }
+        const size_t len = pending_[start + 3];
+        // A length of 0 has no data and no defined end: keep the four bytes
+        // as a malformed frame and go on after them.
+        const size_t total = len == 0 ? 4 : len + 5;
+        if (have < total) {
+            break;
+        }
+        apply(std::vector<uint8_t>(pending_.begin() + static_cast<long>(start),
+                                   pending_.begin() + static_cast<long>(start + total)));
+        start += total;
+    }
+    pending_.erase(pending_.begin(), pending_.begin() + static_cast<long>(start));
+}
+
+void PanelModel::feed(const uint8_t* data, size_t len) {
+    if (data == nullptr || len == 0) {
+        return;
+    }
+    pending_.insert(pending_.end(), data, data + len);
+    scan();
+}
+
+std::string describe(const std::vector<uint8_t>& f) {
+    PanelState st;
+    const FrameKind kind = PanelModel::decode(f, st);
+    std::string s = kind_name(kind);
+    char buf[96];
+    switch (kind) {
+    case FrameKind::led_steady:
+    case FrameKind::led_blink:
+    case FrameKind::key_enable:
+        std::snprintf(buf, sizeof buf, " %08X",
+                      kind == FrameKind::led_steady  ? st.led_steady
+                      : kind == FrameKind::led_blink ? st.led_blink
+                                                     : st.key_enable);
+        s += buf;
+        break;
+    case FrameKind::blink_cycle:
+        s += " " + std::to_string(st.blink_cycle);
+        break;
+    case FrameKind::lcd_text:
+        std::snprintf(buf, sizeof buf, " line %u col %u \"", f[5], f[6]);
+        s += buf + printable(f.data() + 7, f.size() - 8) + "\"";
+        break;
+    case FrameKind::cursor:
+        std::snprintf(buf, sizeof buf, " line %d col %d", st.cursor_line, st.cursor_col);
+        s += buf;
+        break;
+    case FrameKind::error_reply:
+        std::snprintf(buf, sizeof buf, " order %02X code %02X", f[2], f[4]);
+        s += buf;
+        break;
+    case FrameKind::handshake:
+        break;
+    default:
+        s += " " + hex(f);
+        break;
+    }
+    return s;
+}
+
+std::vector<uint8_t> mask_frame(uint32_t mask, uint8_t check) {
+    return frame21({0x07, static_cast<uint8_t>(mask >> 24), static_cast<uint8_t>(mask >> 16),
+                    static_cast<uint8_t>(mask >> 8), static_cast<uint8_t>(mask)},
+                   check);
+}
+
+std::vector<uint8_t> key_frame(int key, uint8_t check) {
+    // Keys outside the 32 mask bits have no frame.
+    if (key < 0 || key > 31) {
+        return {};
+    }
+    return mask_frame(uint32_t{1} << key, check);
+}
+
+std::vector<uint8_t> release_frame(uint8_t check) {
+    return mask_frame(0, check);
+}
+
+std::vector<uint8_t> version_frame(uint8_t main, uint8_t minor, uint8_t build_hi, uint8_t build_lo,
+                                   uint8_t check) {
+    return frame21({0x00, 0x00, main, minor, build_hi, build_lo}, check);
+}
+
+std::string hex(const std::vector<uint8_t>& bytes) {
+    std::string s;
+    char b[8];
+    for (size_t i = 0; i < bytes.size(); ++i) {
+        std::snprintf(b, sizeof b, i ? " %02X" : "%02X", bytes[i]);
+        s += b;
+    }
+    return s;
+}
+
 } // namespace tavpanel

@@ -22,6 +22,15 @@ enum Key : int {
     KEY_MENU = 15,
     KEY_LOCK = 16,
 };
+constexpr int KEY_COUNT = 17;
+// The LED that belongs to no key (on together with the LCD).
+constexpr int LED_LCD = 31;
+
+constexpr int LCD_LINES = 2;
+constexpr int LCD_COLS = 40;
+
+// Short name of a key ("0".."9", "LEFT", ...); "?" for anything else.
+const char* key_name(int key);
 
 // What the program's frames have left on the panel.
 struct PanelState {
@@ -34,40 +43,84 @@ struct PanelState {
     int blink_cycle = 0;
 };
 
+// How a complete frame from the program was understood.
+enum class FrameKind {
+    led_steady,  // sub-command 1
+    led_blink,   // sub-command 2
+    blink_cycle, // sub-command 3
+    lcd_text,    // sub-command 4
+    cursor,      // sub-command 5
+    key_enable,  // sub-command 6
+    handshake,   // EB 5F 21 02 00 00 0F
+    error_reply, // EB 5F order 01 code A5
+    unknown,     // well-formed, but not a command the panel knows
+    malformed,   // known command with a wrong length, bad check byte or out-of-range field
+};
+const char* kind_name(FrameKind kind);
+
 // One complete frame from the program, as bytes, with its arrival time.
 struct Frame {
-    double t = 0;                // seconds since the model was created
-    std::vector<uint8_t> bytes;  // head to check byte
+    double t = 0;               // seconds since the model was created
+    std::vector<uint8_t> bytes; // head to check byte
+    FrameKind kind = FrameKind::unknown;
 };
 
 // Stream decoder for program-to-panel frames. Frames may be split over any
-// number of feed() calls; bytes outside a frame are kept as garbage.
+// number of feed() calls. The frame length comes from the length byte (the
+// program does not escape payload bytes, so a text may hold 0xEB); bytes that
+// cannot start a frame are counted as garbage and skipped up to the next 0xEB.
 class PanelModel {
   public:
     PanelModel();
     void feed(const uint8_t* data, size_t len);
     const PanelState& state() const { return state_; }
-    // Complete frames seen so far, oldest first.
+    // Complete frames seen so far, oldest first (malformed ones included).
     const std::vector<Frame>& frames() const { return frames_; }
     void clear_frames() { frames_.clear(); }
-    // Frames that were well-formed but not a known command (error replies,
-    // handshakes and unknown sub-commands), for logging.
+    // Complete frames seen since creation, including those cleared or dropped.
+    size_t frames_total() const { return total_; }
+    // Keep at most about `n` frames (the older half goes when the limit is
+    // passed); 0, the default, keeps all.
+    void set_frame_limit(size_t n) { frame_limit_ = n; }
+    // Well-formed frames that are not a command the panel knows (another
+    // order byte, an unknown sub-command).
     size_t unknown_frames() const { return unknown_; }
+    // Known commands with a wrong length or check byte, a field out of range,
+    // or a length byte of 0.
+    size_t malformed_frames() const { return malformed_; }
+    // Bytes skipped outside any frame.
+    size_t garbage_bytes() const { return garbage_; }
     // Handshakes (EB 5F 21 02 00 00 0F) seen.
     size_t handshakes() const { return handshakes_; }
-    // Error replies (EB 5F 00 01 code A5) seen.
+    // Error replies (EB 5F order 01 code A5) seen.
     size_t error_replies() const { return error_replies_; }
+    // Whether a partial frame is waiting for more bytes.
+    bool in_frame() const { return !pending_.empty(); }
+
+    // Decodes one complete frame (head to check byte) against a picture;
+    // returns how it was understood. The picture changes only for the six
+    // display commands when they are well-formed.
+    static FrameKind decode(const std::vector<uint8_t>& f, PanelState& st);
 
   private:
     void apply(const std::vector<uint8_t>& f);
+    void scan();
     PanelState state_;
     std::vector<Frame> frames_;
     std::vector<uint8_t> pending_;
     size_t unknown_ = 0;
+    size_t malformed_ = 0;
+    size_t garbage_ = 0;
     size_t handshakes_ = 0;
     size_t error_replies_ = 0;
+    size_t frame_limit_ = 0;
+    size_t total_ = 0;
     double t0_ = 0;
 };
+
+// One line describing a frame for logs and the status line, e.g.
+// "lcd_text line 0 col 0 \"Hello\"" or "unknown EB 5F 22 ...".
+std::string describe(const std::vector<uint8_t>& frame);
 
 // Frames the panel sends. The check byte is 0x0F unless given.
 std::vector<uint8_t> key_frame(int key, uint8_t check = 0x0F);
@@ -78,5 +131,8 @@ std::vector<uint8_t> version_frame(uint8_t main, uint8_t minor, uint8_t build_hi
 
 // Human-readable hex ("EB 5F 21 ...").
 std::string hex(const std::vector<uint8_t>& bytes);
+
+// 4 mask bytes, most significant first, as a 32-bit mask.
+uint32_t mask_of(const uint8_t* bytes);
 
 } // namespace tavpanel

@@ -1,25 +1,190 @@
-// Placeholder: replaced by the module implementation.
-#pragma GCC diagnostic ignored "-Wunused-parameter"
+// Panel port open and close, the event words, the getters and the receive
+// thread.
 #include "tav_baseportcontrol.h"
 
-int32_t tav_inituart(int8_t* uartbuf, uint8_t port_id) { return {}; }
-void tav_uartclose(void) {}
-void set_uart_runflag(void) {}
-void clear_uart_runflag(void) {}
-void tav_sethardkey_event(int event) {}
-int32_t tav_gethardkey_event(void) { return {}; }
-void tav_clear_keyevent(int event) {}
-void tav_sethardsend_event(int event) {}
-int32_t tav_gethardsend_event(void) { return {}; }
-void tav_clear_sendevent(int event) {}
-TAV_KEY_ENUM tav_getkey_val(void) { return {}; }
-uint8_t tav_get_hardkey_main_ver(void) { return {}; }
-uint8_t tav_get_hardkey_minor_ver(void) { return {}; }
-uint8_t tav_get_hardkey_build_ver(void) { return {}; }
-void* tav_uart_pthread(void* param) { return {}; }
-bool tav_port_is_open(void) { return {}; }
-int tav_port_write_locked(const void* frame, int len) { return {}; }
+#include <cerrno>
+#include <csignal>
+#include <ctime>
+#include <fcntl.h>
+#include <pthread.h>
+#include <termios.h>
+#include <unistd.h>
+
+#include "tav_baseuart.h"
+#include "tav_uart_com.h"
+
+namespace {
+
+// The descriptor that is really open (uartfid is reset to 0 by the link
+// reset and may not be trusted for writing); -1 while closed.
+std::atomic<int> m_tav_port_fd{-1};
+std::atomic<bool> m_tav_port_open{false};
+
+// Line time of the bytes written recently, to let them leave before a close
+// that discards pending output. Guarded by the transmit mutex.
+constexpr uint64_t TAV_PORT_BAUD = 19200;
+constexpr uint64_t TAV_PORT_DRAIN_MARGIN_MS = 100;
+constexpr uint64_t TAV_PORT_DRAIN_MAX_MS = 500;
+uint64_t m_tav_tx_busy_until_ms = 0;
+
+// Consecutive failed reads after which the receive thread pauses between
+// retries (the device went away), and the pause.
+constexpr int TAV_RX_FAILS_BEFORE_PAUSE = 3;
+constexpr useconds_t TAV_RX_FAIL_PAUSE_US = 5000;
+
+uint64_t port_now_ms() {
+    struct timespec ts;
+    clock_gettime(CLOCK_MONOTONIC, &ts);
+    return static_cast<uint64_t>(ts.tv_sec) * 1000u + static_cast<uint64_t>(ts.tv_nsec) / 1000000u;
+}
+
+// Caller holds the transmit mutex.
+void port_close_locked(bool let_output_drain) {
+    if (!m_tav_port_open.load()) {
+        return;
+    }
+    int fd = m_tav_port_fd.load();
+    if (let_output_drain) {
+        tcdrain(fd);
+        uint64_t now = port_now_ms();
+        uint64_t until = m_tav_tx_busy_until_ms + TAV_PORT_DRAIN_MARGIN_MS;
+        if (until > now) {
+            uint64_t wait = until - now;
+            if (wait > TAV_PORT_DRAIN_MAX_MS) {
+                wait = TAV_PORT_DRAIN_MAX_MS;
+            }
+            usleep(static_cast<useconds_t>(wait * 1000u));
+        }
+    }
+    m_tav_port_open.store(false);
+    m_tav_port_fd.store(-1);
+    tav_buart_close(fd);
+}
+
+} // namespace
+
 std::mutex& tav_port_tx_mutex(void) {
     static std::mutex m;
     return m;
+}
+
+bool tav_port_is_open(void) {
+    return m_tav_port_open.load();
+}
+
+int tav_port_write_locked(const void* frame, int len) {
+    if (!m_tav_port_open.load()) {
+        return -1;
+    }
+    int n = tav_buart_write_bytes(m_tav_port_fd.load(),
+                                  static_cast<char*>(const_cast<void*>(frame)), len);
+    if (n > 0) {
+        uint64_t now = port_now_ms();
+        uint64_t start = m_tav_tx_busy_until_ms > now ? m_tav_tx_busy_until_ms : now;
+        // 10 bits per byte on the line.
+        m_tav_tx_busy_until_ms =
+            start + (static_cast<uint64_t>(n) * 10u * 1000u + TAV_PORT_BAUD - 1) / TAV_PORT_BAUD;
+    }
+    return n;
+}
+
+int32_t tav_inituart(int8_t* uartbuf, uint8_t port_id) {
+    std::lock_guard<std::mutex> lk(tav_port_tx_mutex());
+    port_close_locked(false);
+    int fd = -1;
+    int r = tav_buart_open(port_id, &fd);
+    uartfid.store(fd);
+    if (r < 0) {
+        return 1;
+    }
+    if (tav_buart_set_param_string(fd, reinterpret_cast<char*>(uartbuf)) < 0) {
+        tav_buart_close(fd);
+        return 2;
+    }
+    m_tav_tx_busy_until_ms = 0;
+    m_tav_port_fd.store(fd);
+    m_tav_port_open.store(true);
+    return 0;
+}
+
+void tav_uartclose(void) {
+    std::lock_guard<std::mutex> lk(tav_port_tx_mutex());
+    port_close_locked(true);
+}
+
+void set_uart_runflag(void) {
+    g_tav_uart_runflag.store(1);
+}
+void clear_uart_runflag(void) {
+    g_tav_uart_runflag.store(0);
+}
+
+void tav_sethardkey_event(int event) {
+    g_tav_event.fetch_or(event, std::memory_order_release);
+}
+int32_t tav_gethardkey_event(void) {
+    return g_tav_event.load(std::memory_order_acquire);
+}
+void tav_clear_keyevent(int event) {
+    g_tav_event.fetch_and(~event, std::memory_order_acq_rel);
+}
+
+void tav_sethardsend_event(int event) {
+    g_tav_send_event.fetch_or(event, std::memory_order_release);
+}
+int32_t tav_gethardsend_event(void) {
+    return g_tav_send_event.load(std::memory_order_acquire);
+}
+void tav_clear_sendevent(int event) {
+    g_tav_send_event.fetch_and(~event, std::memory_order_acq_rel);
+}
+
+TAV_KEY_ENUM tav_getkey_val(void) {
+    return g_tav_keyval.load(std::memory_order_acquire);
+}
+uint8_t tav_get_hardkey_main_ver(void) {
+    return key_hard_ver.key_main_ver.load();
+}
+uint8_t tav_get_hardkey_minor_ver(void) {
+    return key_hard_ver.key_minor_ver.load();
+}
+uint8_t tav_get_hardkey_build_ver(void) {
+    return key_hard_ver.key_build_ver.load();
+}
+
+// Reads the panel port until the run flag is cleared or the port is closed.
+// The thread reads through a descriptor of its own (a duplicate of the
+// port's), which only it closes: a close of the port can never leave it
+// reading a descriptor number that has been freed or reused. Cancellation is
+// kept disabled, so a cancel at shutdown only marks the thread, which ends
+// when its read returns or with the process; unwinding a thread out of a
+// blocked read is not reliable under user-mode emulation.
+void* tav_uart_pthread(void* param) {
+    (void)param;
+    pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
+    int fd = -1;
+    {
+        std::lock_guard<std::mutex> lk(tav_port_tx_mutex());
+        if (m_tav_port_open.load()) {
+            fd = fcntl(m_tav_port_fd.load(), F_DUPFD_CLOEXEC, 0);
+        }
+    }
+    if (fd < 0) {
+        return nullptr;
+    }
+    tav_buart_set_block(fd, true);
+    tav_buart_empty_read(fd);
+    char rx[256];
+    int fails = 0;
+    while (g_tav_uart_runflag.load() != 0 && m_tav_port_open.load()) {
+        int n = tav_buart_read_bytes(fd, rx, 255);
+        if (n > 0) {
+            fails = 0;
+            tav_analyze_data(reinterpret_cast<uint8_t*>(rx), static_cast<uint8_t>(n));
+        } else if (++fails >= TAV_RX_FAILS_BEFORE_PAUSE) {
+            usleep(TAV_RX_FAIL_PAUSE_US);
+        }
+    }
+    close(fd);
+    return nullptr;
 }

@@ -1,6 +1,9 @@
+// Front-panel link state and its reset.
 #include "tav_hardboard_var.h"
 
 #include <cstring>
+
+#include "tav_baseportcontrol.h"
 
 std::atomic<int> uartfid{0};
 int8_t buffer[100];
@@ -10,6 +13,20 @@ TAV_HARD_KEY_VER key_hard_ver;
 std::atomic<TAV_KEY_ENUM> g_tav_keyval{TAV_KEY_NULL};
 std::atomic<uint8_t> g_tav_uart_runflag{0};
 
+static_assert(std::atomic<uint8_t>::is_always_lock_free,
+              "run flags are cleared by a signal handler");
+
 void tav_hardkey_init(void) {
-    // Placeholder: replaced by the module implementation.
+    uartfid.store(0);
+    {
+        std::lock_guard<std::mutex> lk(tav_port_tx_mutex());
+        memset(buffer, 0, sizeof buffer);
+    }
+    g_tav_event.store(0);
+    g_tav_send_event.store(0);
+    key_hard_ver.key_main_ver.store(0);
+    key_hard_ver.key_minor_ver.store(0);
+    key_hard_ver.key_build_ver.store(0);
+    g_tav_keyval.store(TAV_KEY_NULL);
+    g_tav_uart_runflag.store(0);
 }

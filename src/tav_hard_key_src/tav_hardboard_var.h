@@ -65,8 +65,8 @@ typedef struct KB_BUTTON {
     bool_t longpress;
 } TAV_STRUCT_KB_BUTTON;
 
-// Descriptor of the panel port (0 after the reset, like the original; whether
-// the port is really open is kept apart, see tav_port_is_open()).
+// Descriptor of the panel port. The link reset sets it to 0, which is standard
+// input, so whether the port is really open is kept apart (tav_port_is_open()).
 extern std::atomic<int> uartfid;
 // Transmit buffer of the fixed-size frames; only touched while holding
 // tav_port_tx_mutex() (tav_baseportcontrol.h).

@@ -1,13 +1,165 @@
-// Placeholder: replaced by the module implementation.
-#pragma GCC diagnostic ignored "-Wunused-parameter"
+// Panel frame parser, key decoding, error reply and handshake.
+//
+// Frame: EB 5F order length data... check. The parser restarts on every 0xEB
+// and keeps its state in `com`, so frames may be split over reads.
 #include "tav_uart_com.h"
 
-void tav_comint(void) {}
-void tav_analyze_data(uint8_t* buf, uint8_t len) {}
-void tav_porg_a_format(TAV_COM_STRUCT* com_data) {}
-void tav_a_format_sub21(TAV_COM_STRUCT* com_data) {}
-void tav_getkey(int key_val) {}
-void tav_setkey(TAV_KEY_ENUM keyval) {}
-void tav_back_err(uint8_t order, uint8_t code) {}
-void tav_sys_hardmint(void) {}
+#include <cstring>
+#include <mutex>
+
+#include "tav_baseportcontrol.h"
+
 TAV_COM_STRUCT com;
+
+namespace {
+
+constexpr uint8_t TAV_COM_HEAD = 0xEB;
+constexpr uint8_t TAV_COM_ADDR = 0x5F;
+constexpr uint8_t TAV_COM_ORDER = 0x21;
+constexpr uint8_t TAV_COM_CHECK = 0x0F;
+constexpr uint8_t TAV_COM_ERR_CHECK = 0xA5;
+constexpr uint8_t TAV_COM_ERR_CODE = 0xF7;
+
+constexpr uint8_t TAV_SUB_VERSION = 0x00;
+constexpr uint8_t TAV_SUB_KEY = 0x07;
+constexpr uint8_t TAV_VERSION_LEN = 6;
+constexpr int TAV_KEY_BITS = 17;
+
+// Writes a frame built in the shared transmit buffer.
+void send_fixed_frame(const uint8_t* bytes, int len) {
+    std::lock_guard<std::mutex> lk(tav_port_tx_mutex());
+    memset(buffer, 0, sizeof buffer);
+    memcpy(buffer, bytes, static_cast<size_t>(len));
+    tav_port_write_locked(buffer, len);
+}
+
+} // namespace
+
+void tav_comint(void) {
+    memset(&com, 0, sizeof com);
+}
+
+void tav_analyze_data(uint8_t* buf, uint8_t len) {
+    if (buf == nullptr) {
+        return;
+    }
+    for (int k = 0; k < len; ++k) {
+        const uint8_t b = buf[k];
+        if (b == TAV_COM_HEAD) {
+            tav_comint();
+            com.com_current = 1;
+        }
+        if (com.com_current != 0) {
+            ++com.com_current;
+        }
+        switch (com.com_current) {
+        case 0:
+            break;
+        case 2:
+            com.com_head = TAV_COM_HEAD;
+            break;
+        case 3:
+            if (b == TAV_COM_ADDR) {
+                com.com_add = b;
+                com.com_cur_rong = static_cast<uint8_t>(com.com_cur_rong + b);
+            } else {
+                tav_comint();
+            }
+            break;
+        case 4:
+            com.com_order = b;
+            com.com_cur_rong = static_cast<uint8_t>(com.com_cur_rong + b);
+            break;
+        case 5:
+            if (b == 0) {
+                tav_comint();
+                tav_back_err(0, TAV_COM_ERR_CODE);
+            } else {
+                com.com_len = b;
+                com.com_cur_rong = static_cast<uint8_t>(com.com_cur_rong + b);
+            }
+            break;
+        default: {
+            const int i = com.com_current - 6;
+            if (i != com.com_len) {
+                com.com_buf[i] = b;
+                com.com_cur_rong = static_cast<uint8_t>(com.com_cur_rong + b);
+            } else {
+                com.com_rong = b;
+            }
+            break;
+        }
+        }
+        if (com.com_current - 6 == com.com_len) {
+            tav_porg_a_format(&com);
+        }
+    }
+}
+
+void tav_porg_a_format(TAV_COM_STRUCT* com_data) {
+    if (com_data != nullptr && com_data->com_order == TAV_COM_ORDER) {
+        tav_a_format_sub21(com_data);
+    }
+}
+
+void tav_a_format_sub21(TAV_COM_STRUCT* com_data) {
+    if (com_data == nullptr) {
+        return;
+    }
+    const uint8_t* d = com_data->com_buf;
+    switch (d[0]) {
+    case TAV_SUB_VERSION:
+        if (com_data->com_len != TAV_VERSION_LEN) {
+            tav_back_err(0, TAV_COM_ERR_CODE);
+            break;
+        }
+        key_hard_ver.key_main_ver.store(d[2]);
+        key_hard_ver.key_minor_ver.store(d[3]);
+        key_hard_ver.key_build_ver.store(static_cast<uint8_t>(d[4] | d[5]));
+        tav_sethardkey_event(TAV_EVENT_HARDVER);
+        break;
+    case TAV_SUB_KEY: {
+        // The mask, most significant byte first; bytes past the length are 0.
+        const uint32_t mask = (static_cast<uint32_t>(d[1]) << 24) |
+                              (static_cast<uint32_t>(d[2]) << 16) |
+                              (static_cast<uint32_t>(d[3]) << 8) | static_cast<uint32_t>(d[4]);
+        tav_getkey(static_cast<int>(mask));
+        break;
+    }
+    default:
+        break;
+    }
+}
+
+void tav_getkey(int key_val) {
+    const uint32_t mask = static_cast<uint32_t>(key_val);
+    if (mask == 0) {
+        tav_setkey(TAV_KEY_NULL);
+        return;
+    }
+    if ((mask & (mask - 1)) != 0) {
+        return; // more than one key
+    }
+    for (int n = 0; n < TAV_KEY_BITS; ++n) {
+        if (mask == (1u << n)) {
+            tav_setkey(static_cast<TAV_KEY_ENUM>(n));
+            return;
+        }
+    }
+}
+
+void tav_setkey(TAV_KEY_ENUM keyval) {
+    g_tav_keyval.store(keyval, std::memory_order_release);
+    tav_sethardkey_event(TAV_EVENT_KEY);
+}
+
+void tav_back_err(uint8_t order, uint8_t code) {
+    const uint8_t frame[] = {TAV_COM_HEAD, TAV_COM_ADDR, order, 0x01, code, TAV_COM_ERR_CHECK};
+    send_fixed_frame(frame, sizeof frame);
+}
+
+void tav_sys_hardmint(void) {
+    const uint8_t frame[] = {TAV_COM_HEAD,    TAV_COM_ADDR, TAV_COM_ORDER, 0x02,
+                             TAV_SUB_VERSION, 0x00,         TAV_COM_CHECK};
+    send_fixed_frame(frame, sizeof frame);
+}

@@ -3,6 +3,8 @@
 
 #include <cstdint>
 
+#include "tav_menu_video.h"
+
 void tav_audio_init(void);
 void tav_audio_clear(void);
 void tav_audio_reinit(void);
@@ -15,3 +17,6 @@ void tav_audio_io_display(void);
 void tav_audio_switch_display(void);
 void tav_audio_switch_3S_timeout(void);
 void tav_config_audio_switch(void);
+
+// Read-only view of the module state (TAV_AV_SWITCH_STATE: tav_menu_video.h).
+TAV_AV_SWITCH_STATE tav_audio_get_state(void);

@@ -1,24 +1,454 @@
-// Placeholder: replaced by the module implementation.
-#pragma GCC diagnostic ignored "-Wunused-parameter"
+// Menu controller: one pass of the main loop, the menu dispatch, the start-up
+// sequence and the time-outs. See tav_menu_control.h for how the threads
+// share the engine.
 #include "tav_menu_control.h"
-#include <unistd.h>
 
-void tav_menu_control(void) { usleep(100000); }
-void tav_menu_ctl_init(void) {}
-void tav_menu_ctl_distory(void) {}
-void tav_menu_update(TAV_ENUM_MENUSTATUS menuwhich) {}
-void tav_menu_ctl_cleartime(void) {}
-void tav_menu_clear_timer_counter(void) {}
-void tav_menu_timeout_clear(void) {}
-void tav_listen_hardkey(void) {}
-void tav_nomal_work(void) {}
-void tav_nomal_display(void) {}
-uint8_t tav_menu_ctl_get_startport(uint8_t* port_list, uint8_t maxport, uint8_t selectPort) { return {}; }
-void tav_menu_ctl_set_time_source(tav_menu_clock_fn now, tav_menu_sleep_fn sleep) {}
-uint32_t tav_menu_now(void) { return {}; }
-void tav_menu_sleep_ms(uint32_t ms) {}
+#include <atomic>
+#include <cerrno>
+#include <ctime>
+
+#include "tav_basetool.h"
+#include "tav_baseportcontrol.h"
+#include "tav_key_var.h"
+#include "tav_led.h"
+#include "tav_matrix.h"
+#include "tav_menu_analize_press.h"
+#include "tav_menu_audio.h"
+#include "tav_menu_card_plug.h"
+#include "tav_menu_dispay_version.h"
+#include "tav_menu_display_str.h"
+#include "tav_menu_edid.h"
+#include "tav_menu_eth.h"
+#include "tav_menu_led.h"
+#include "tav_menu_listen_irq.h"
+#include "tav_menu_reset.h"
+#include "tav_menu_sel.h"
+#include "tav_menu_switch_all.h"
+#include "tav_menu_update.h"
+#include "tav_menu_var.h"
+#include "tav_menu_video.h"
+#include "tav_pid_file.h"
+#include "tav_platform.h"
+#include "tav_uart_com.h"
+
+namespace {
+
+// Version constant the library is opened with.
+constexpr uint32_t kMatrixLibVersion = 0x0100000A;
+// Handshakes per series before the panel is reported silent.
+constexpr uint8_t kHandshakesPerSeries = 20;
+// Library opens before the program gives up.
+constexpr uint8_t kOpenAttempts = 10;
+// Self-check steps (0..17).
+constexpr uint8_t kSelfCheckSteps = 18;
+// Pause of the handshake and library-open states between two passes: short
+// against their one-second cadence, long enough that waiting costs no CPU.
+constexpr uint32_t kStartupYieldMs = 10;
+// LED that belongs to no key; on together with the LCD.
+constexpr uint8_t kLcdLed = 31;
+
+// Time sampled at the start of the pass, and time of the last timer reset.
+uint32_t currenttime;
+uint32_t timecount;
+// Whole seconds since the last key, 0..10.
+uint8_t count_10s;
+// Kept across passes: attempts in the current start-up state, whether the
+// first handshake of a series went out, the self-check step.
+uint8_t CheckCount;
+uint8_t first_in;
+uint8_t uctemp;
+
+uint32_t real_clock(void) {
+    return tav_btool_get_runtime();
+}
+
+void real_sleep(uint32_t ms) {
+    timespec ts{static_cast<time_t>(ms / 1000), static_cast<long>(ms % 1000) * 1000000L};
+    while (nanosleep(&ts, &ts) != 0 && errno == EINTR) {
+    }
+}
+
+std::atomic<tav_menu_clock_fn> g_clock{real_clock};
+std::atomic<tav_menu_sleep_fn> g_sleep{real_sleep};
+
+// Work and display handler of one menu state; null = nothing to do.
+struct MenuHandlers {
+    tav_menu_handler_fn work;
+    tav_menu_handler_fn display;
+};
+
+void tav_menu_lock_redraw(void) {
+    tav_update_to_lock(0);
+}
+
+// Indexed by TAV_ENUM_MENUSTATUS.
+const MenuHandlers kMenuTable[] = {
+    /* menu_spc             */ {nullptr, nullptr},
+    /* menu_hot_plug        */ {nullptr, tav_menu_card_plug_display},
+    /* menu_vid_display     */ {tav_video, tav_video_display},
+    /* meun_vid_io_display  */ {tav_video_io, tav_video_io_display},
+    /* menu_vid_switch      */ {tav_video_switch, tav_video_switch_display},
+    /* menu_aud_display     */ {tav_audio, tav_audio_display},
+    /* meun_aud_io_display  */ {tav_audio_io, tav_audio_io_display},
+    /* menu_aud_switch      */ {tav_audio_switch, tav_audio_switch_display},
+    /* menu_shortcut        */ {tav_menu_sel, tav_menu_sel_display},
+    /* menu_switch_all      */ {tav_menu_sel_av_swall, tav_menu_sel_av_swall_display},
+    /* menu_switch_vid_all  */ {tav_menu_switch_all, tav_menu_switch_all_display},
+    /* menu_switch_aud_all  */ {tav_menu_switch_all, tav_menu_switch_all_display},
+    /* menu_edid_switch     */ {tav_edid, tav_edid_display},
+    /* menu_eth_select      */ {tav_eth_sec, tav_eth_sec_display},
+    /* menu_eth_display     */ {tav_eth_dis, tav_eth_dis_display},
+    /* menu_eth_ip          */ {tav_eth_ip, tav_eth_ip_display},
+    /* menu_eth_mac         */ {tav_eth_mac, tav_eth_mac_display},
+    /* menu_eth_gate        */ {tav_eth_gate, tav_eth_gate_display},
+    /* menu_eth_mask        */ {tav_eth_mask, tav_eth_mask_display},
+    /* menu_reset           */ {tav_menu_reset, tav_menu_reset_display},
+    /* menu_display_version */ {tav_version_sec, tav_version_display},
+    /* menu_update          */ {tav_menu_updating, tav_menu_updating_display},
+    /* menu_lock            */ {nullptr, tav_menu_lock_redraw},
+};
+static_assert(sizeof kMenuTable / sizeof kMenuTable[0] == menu_lock + 1,
+              "one entry per menu state");
+
+const MenuHandlers* menu_handlers(TAV_ENUM_MENUSTATUS menu) {
+    int32_t m = static_cast<int32_t>(menu);
+    if (m < 0 || m > menu_lock) {
+        return nullptr;
+    }
+    return &kMenuTable[m];
+}
+
+// What the one-second tick calls, in which menus and on which seconds.
+const TAV_MENU_TICK_HANDLERS kDefaultTickHandlers = {tav_video_switch_3S_timeout,
+                                                     tav_audio_switch_3S_timeout,
+                                                     tav_menu_swall_handle_3s, tav_edid_handle_err};
+TAV_MENU_TICK_HANDLERS g_tick = kDefaultTickHandlers;
+
+struct TickRule {
+    TAV_ENUM_MENUSTATUS menu;
+    uint8_t first;
+    uint8_t last;
+    tav_menu_handler_fn TAV_MENU_TICK_HANDLERS::*handler;
+};
+
+// In this order: the 3-s refusals of the number entries, then the EDID
+// message period.
+const TickRule kTickRules[] = {
+    {menu_vid_switch, 3, 9, &TAV_MENU_TICK_HANDLERS::video_switch_3s},
+    {menu_aud_switch, 3, 9, &TAV_MENU_TICK_HANDLERS::audio_switch_3s},
+    {menu_switch_vid_all, 3, 9, &TAV_MENU_TICK_HANDLERS::switch_all_3s},
+    {menu_switch_aud_all, 3, 9, &TAV_MENU_TICK_HANDLERS::switch_all_3s},
+    {menu_edid_switch, 6, 8, &TAV_MENU_TICK_HANDLERS::edid_err},
+};
+
+// Milliseconds from the last timer reset to the pass's start. The listener or
+// a key may reset the timer after the pass sampled its time; that counts as
+// no time, not as a wrapped difference of four billion.
+uint32_t ms_since_reset(void) {
+    uint32_t diff = currenttime - timecount;
+    return diff > 0x7FFFFFFFu ? 0 : diff;
+}
+
+// A sleep of the pass itself: the engine lock is released meanwhile.
+void pass_sleep(std::unique_lock<std::recursive_mutex>& lock, uint32_t ms) {
+    lock.unlock();
+    g_sleep.load()(ms);
+    lock.lock();
+}
+
+void show_rows(uint8_t row0, uint8_t row1) {
+    tav_menu_spc_display(displaybuf, row0, row1);
+}
+
+// One handshake-state pass. Returns true when the pass already paused.
+bool pass_handshake(void) {
+    if (first_in == 0 || ms_since_reset() > 999) {
+        tav_clear_keyevent(TAV_EVENT_HARDVER);
+        tav_menu_ctl_cleartime();
+        tav_sys_hardmint();
+        CheckCount++;
+        first_in = 1;
+    }
+    if ((tav_gethardkey_event() & TAV_EVENT_HARDVER) != 0) {
+        CheckCount = 0;
+        tav_clear_keyevent(TAV_EVENT_HARDVER);
+        tav_menu_ctl_cleartime();
+        g_tav_menu_event = EVENT_OPEN_DLL;
+        uint8_t led = kLcdLed;
+        tav_display_led_mutil_on(&led, 1);
+        show_rows(1, 2);
+        first_in = 0;
+        uctemp = 0;
+    }
+    return CheckCount == kHandshakesPerSeries;
+}
+
+void pass_open_library(void) {
+    if (ms_since_reset() > 999) {
+        CheckCount++;
+        tav_menu_ctl_cleartime();
+        pmatrixDllHandle = tav_matrix_open(kMatrixLibVersion);
+    }
+    if (pmatrixDllHandle != nullptr) {
+        CheckCount = 0;
+        tav_poweron_resetlock();
+        tav_menu_ctl_cleartime();
+        TAV_DEF_MAX_PORT = tav_matrix_get_device_type(pmatrixDllHandle);
+        g_tav_menu_event = EVENT_SELF_CHECK;
+    }
+    if (CheckCount == kOpenAttempts) {
+        tav_key_var_destory();
+        show_rows(16, 12);
+        tav_log(TAV_LOG_DEBUG, "func=[%s]OPEN DLL ERR \n", "tav_menu_control");
+    }
+}
+
+void pass_load_main(std::unique_lock<std::recursive_mutex>& lock) {
+    show_rows(3, 4);
+    pass_sleep(lock, 1000);
+    tav_log(TAV_LOG_NOTICE, "func=[%s]open pid file and wait,depend matrix_app_quoral",
+            "tav_menu_control");
+    // The wait may be long; nothing else uses the engine before the listener
+    // starts below, so it runs without the lock.
+    lock.unlock();
+    tav_pidf_close(tav_pidf_open("matrix_app_quoral"));
+    lock.lock();
+    tav_log(TAV_LOG_NOTICE, "func=[%s]close pid", "tav_menu_control");
+    tav_version_handle();
+    pass_sleep(lock, 1000);
+    load_main_set_up();
+    load_main_aud_set_up();
+    tav_menu_update(menu_vid_display);
+    tav_matrix_irq_open();
+}
+
+void run_tick(void) {
+    tav_menu_ctl_cleartime();
+    count_10s++;
+    for (const TickRule& r : kTickRules) {
+        tav_menu_handler_fn fn = g_tick.*r.handler;
+        if (g_tav_menu == r.menu && count_10s >= r.first && count_10s <= r.last && fn != nullptr) {
+            fn();
+        }
+    }
+    if (count_10s >= 10) {
+        count_10s = 0;
+        if (g_tav_lcd) {
+            tav_menu_timeout_clear();
+            g_tav_lcd = false;
+            tav_menu_update(g_tav_lock ? menu_lock : menu_vid_display);
+        }
+    }
+}
+
+void pass_normal(std::unique_lock<std::recursive_mutex>& lock) {
+    if (g_tav_menu == menu_update) {
+        // Update progress: polled about every 100 ms; keys wait until the
+        // menu is left.
+        pass_sleep(lock, 50);
+        // Measured after the pause, so the polls come 100 ms apart.
+        currenttime = tav_menu_now();
+        if (ms_since_reset() > 99) {
+            tav_menu_ctl_cleartime();
+            tav_nomal_work();
+        }
+        return;
+    }
+    tav_listen_hardkey();
+    pass_sleep(lock, 100);
+    if (ms_since_reset() > 999) {
+        run_tick();
+    }
+}
+
+} // namespace
 
 std::recursive_mutex& tav_menu_engine_mutex(void) {
     static std::recursive_mutex m;
     return m;
+}
+
+void tav_menu_ctl_set_time_source(tav_menu_clock_fn now, tav_menu_sleep_fn sleep) {
+    g_clock.store(now != nullptr ? now : real_clock);
+    g_sleep.store(sleep != nullptr ? sleep : real_sleep);
+}
+
+uint32_t tav_menu_now(void) {
+    return g_clock.load()();
+}
+
+void tav_menu_sleep_ms(uint32_t ms) {
+    g_sleep.load()(ms);
+}
+
+void tav_menu_ctl_set_tick_handlers(const TAV_MENU_TICK_HANDLERS* handlers) {
+    std::lock_guard<std::recursive_mutex> g(tav_menu_engine_mutex());
+    g_tick = handlers != nullptr ? *handlers : kDefaultTickHandlers;
+}
+
+uint8_t tav_menu_ctl_get_count_10s(void) {
+    std::lock_guard<std::recursive_mutex> g(tav_menu_engine_mutex());
+    return count_10s;
+}
+
+void tav_menu_control(void) {
+    std::unique_lock<std::recursive_mutex> lock(tav_menu_engine_mutex());
+    currenttime = tav_menu_now();
+    switch (g_tav_menu_event) {
+    case EVENT_MITT:
+        if (pass_handshake()) {
+            tav_log(TAV_LOG_DEBUG,
+                    "func=[%s]Front panel Err .Unable to communicate with the front panel!!!",
+                    "tav_menu_control");
+            pass_sleep(lock, 3000);
+            CheckCount = 0;
+            tav_clear_keyevent(TAV_EVENT_HARDVER);
+            tav_menu_ctl_cleartime();
+            first_in = 0;
+        } else if (g_tav_menu_event == EVENT_MITT) {
+            pass_sleep(lock, kStartupYieldMs);
+        }
+        break;
+    case EVENT_OPEN_DLL:
+        pass_open_library();
+        if (g_tav_menu_event == EVENT_OPEN_DLL) {
+            pass_sleep(lock, kStartupYieldMs);
+        }
+        break;
+    case EVENT_SELF_CHECK:
+        if (uctemp >= kSelfCheckSteps) {
+            uctemp = 0;
+            g_tav_menu_event = EVENT_LOADMAIN;
+        } else {
+            tav_menuselfcheck_leds(uctemp);
+            pass_sleep(lock, 500);
+            uctemp++;
+        }
+        break;
+    case EVENT_LOADMAIN:
+        pass_load_main(lock);
+        break;
+    case EVENT_UPDATE:
+        g_tav_menu_event = EVENT_NOMAL;
+        tav_nomal_display();
+        break;
+    case EVENT_NOMAL:
+    default:
+        // Any unknown value is normal work, so no pass can run empty.
+        pass_normal(lock);
+        break;
+    }
+}
+
+void tav_menu_ctl_init(void) {
+    std::lock_guard<std::recursive_mutex> g(tav_menu_engine_mutex());
+    tav_menu_ctl_cleartime();
+    tav_menu_init();
+    tav_eth_init();
+    tav_version_init();
+    tav_video_init();
+    tav_menu_card_plug_init();
+    tav_menu_updating_init();
+    tav_menu_edid_init();
+    tav_menu_sel_init();
+    tav_menu_reset_init();
+    count_10s = 0;
+    // The start-up counters begin at zero (only relevant when the engine is
+    // set up again in the same process, as the tests do).
+    CheckCount = 0;
+    first_in = 0;
+    uctemp = 0;
+}
+
+void tav_menu_ctl_distory(void) {
+    std::lock_guard<std::recursive_mutex> g(tav_menu_engine_mutex());
+    tav_menu_ctl_cleartime();
+    tav_eth_clear();
+    tav_version_clear();
+    tav_video_clear();
+    tav_menu_card_plug_clear();
+    tav_matrix_irq_close();
+    tav_menu_updating_clear();
+    tav_menu_edid_clear(true);
+    tav_menu_sel_clear();
+    tav_menu_reset_clear();
+    count_10s = 0;
+}
+
+void tav_menu_update(TAV_ENUM_MENUSTATUS menuwhich) {
+    std::lock_guard<std::recursive_mutex> g(tav_menu_engine_mutex());
+    g_tav_menu_event = EVENT_UPDATE;
+    g_tav_menu = menuwhich;
+}
+
+void tav_menu_ctl_cleartime(void) {
+    std::lock_guard<std::recursive_mutex> g(tav_menu_engine_mutex());
+    currenttime = timecount = tav_menu_now();
+}
+
+void tav_menu_clear_timer_counter(void) {
+    std::lock_guard<std::recursive_mutex> g(tav_menu_engine_mutex());
+    tav_menu_ctl_cleartime();
+    count_10s = 0;
+}
+
+void tav_menu_timeout_clear(void) {
+    tav_eth_clear();
+    tav_version_clear();
+    tav_menu_edid_clear(true);
+}
+
+void tav_listen_hardkey(void) {
+    // Acquire: the key value stored before the bit was raised is visible.
+    if ((tav_gethardkey_event() & TAV_EVENT_KEY) == 0) {
+        return;
+    }
+    if (g_tav_menu == menu_hot_plug) {
+        // Any key leaves a card notice.
+        g_tav_menu = menu_vid_display;
+    }
+    g_tav_lcd = true;
+    g_tav_menu_event = EVENT_UPDATE;
+    tav_menu_clear_timer_counter();
+    tav_clear_keyevent(TAV_EVENT_KEY);
+    switch (tav_ana_key()) {
+    case 0:
+        tav_nomal_work();
+        break;
+    case 2:
+        tav_update_to_lock(1);
+        break;
+    default:
+        break;
+    }
+}
+
+void tav_nomal_work(void) {
+    const MenuHandlers* h = menu_handlers(g_tav_menu);
+    if (h != nullptr && h->work != nullptr) {
+        h->work();
+    }
+}
+
+void tav_nomal_display(void) {
+    const MenuHandlers* h = menu_handlers(g_tav_menu);
+    if (h != nullptr && h->display != nullptr) {
+        h->display();
+    }
+}
+
+uint8_t tav_menu_ctl_get_startport(uint8_t* port_list, uint8_t maxport, uint8_t selectPort) {
+    if (maxport <= 10) {
+        return 0;
+    }
+    unsigned n = maxport;
+    if (port_list != nullptr) {
+        for (unsigned i = 0; i < maxport; ++i) {
+            if (port_list[i] == selectPort) {
+                n = i;
+                break;
+            }
+        }
+    }
+    return static_cast<uint8_t>(n + 11 < maxport ? n : maxport - 11u);
 }

@@ -8,24 +8,43 @@
 //   * the panel receive thread only parses frames: it stores the key value or
 //     the firmware version (atomics) and then raises the event bit with
 //     release order; the controller tests the bit with acquire order
-//     (tav_baseportcontrol.h);
+//     (tav_baseportcontrol.h) and reads the key value only after it has seen
+//     TAV_EVENT_KEY;
 //   * the inner-signal listener (tav_menu_listen_irq) reacts to the matrix
 //     core's signals.
 // All menu-engine state (current menu and start-up event, timers, port
 // tables, line buffers, module states of the menus, lock flag, and the LCD
-// and LED output of a page) is guarded by one engine lock, a recursive mutex:
+// and LED output of a page) is guarded by one engine lock, a recursive mutex,
+// tav_menu_engine_mutex():
 //   * tav_menu_control() holds it for the whole work of a pass and releases
-//     it only while the pass sleeps its 100 ms (50 ms in the update menu) and
-//     the self-check's 500 ms. Pauses inside a handler (the 1-s switch
-//     confirmation, the 3-s switch-all pause) keep it: a signal arriving then
-//     is handled after that pass, as if between two passes.
+//     it only while the pass itself sleeps: the 100 ms of a normal pass, the
+//     50 ms in the update menu, the self-check's 500 ms, the short yield
+//     (10 ms) that ends every handshake and library-open pass so that those
+//     states do not spin, and the start-up pauses (3 s after 20 unanswered
+//     handshakes, the two 1-s pauses and the wait for the matrix core while
+//     loading the main setup; no other thread uses the engine before the
+//     listener is started at the end of that step). Pauses inside a handler
+//     (the 1-s switch confirmation, the 3-s switch-all pause, the 1-s pause
+//     while publishing versions) use tav_menu_sleep_ms() and keep it: a
+//     signal arriving then is handled after that pass, as if between two
+//     passes.
 //   * the listener takes it for each dispatch, so a handler's effects fall
 //     between two passes and the redraw it requests happens on the next pass.
-//   * tav_dev_destory() takes it for the engine's tear-down; it is recursive
-//     because the reboot notice runs the shutdown from inside a dispatch.
+//     It may reset the timers while the controller sleeps; an elapsed time
+//     that comes out "negative" (timer reset after the pass sampled its
+//     time) counts as no time at all.
+//   * tav_menu_ctl_init(), tav_menu_ctl_distory() and tav_menu_update() take
+//     it too (it is recursive, so callers that already hold it are fine);
+//     tav_dev_destory() takes it for the engine's tear-down, and the reboot
+//     notice runs the shutdown from inside a dispatch.
 // Frames are serialised separately, below this lock, by the port's transmit
 // mutex, so a frame is never split or interleaved on the line.
 // The signal handler takes no lock: it only clears the atomic run flags.
+//
+// Time: every time stamp of the controller comes from tav_menu_now() and
+// every pause goes through the installed sleep function, so tests can run the
+// start-up, the one-second tick and the 3-s and 10-s time-outs on a fake
+// clock (tav_menu_ctl_set_time_source).
 #pragma once
 
 #include <cstdint>
@@ -57,3 +76,18 @@ void tav_menu_ctl_set_time_source(tav_menu_clock_fn now, tav_menu_sleep_fn sleep
 uint32_t tav_menu_now(void);
 // A pause inside a handler: keeps the engine lock.
 void tav_menu_sleep_ms(uint32_t ms);
+
+// Whole seconds since the last key as the one-second tick counts them (0..10).
+uint8_t tav_menu_ctl_get_count_10s(void);
+
+// The handlers that the one-second tick calls in the switching, switch-all
+// and EDID menus. The program uses the menus' own; tests may install others
+// to see when they are called. Null restores the menus' own.
+typedef void (*tav_menu_handler_fn)(void);
+typedef struct MENU_TICK_HANDLERS {
+    tav_menu_handler_fn video_switch_3s; // menu_vid_switch, seconds 3..9
+    tav_menu_handler_fn audio_switch_3s; // menu_aud_switch, seconds 3..9
+    tav_menu_handler_fn switch_all_3s;   // menu_switch_vid_all / menu_switch_aud_all, 3..9
+    tav_menu_handler_fn edid_err;        // menu_edid_switch, seconds 6..8
+} TAV_MENU_TICK_HANDLERS;
+void tav_menu_ctl_set_tick_handlers(const TAV_MENU_TICK_HANDLERS* handlers);

@@ -10,3 +10,8 @@ void tav_version_display(void);
 int my_version_tav_btool_system(const char* cmdstring, char* buf, int len);
 void tav_version_add_0(char* srcbuf, char* destbuf);
 void tav_version_set_get(void);
+
+#include <cstdint>
+
+// The page shown: 0 main application, 1 soft key, 2 hard key.
+uint8_t tav_version_get_sec(void);

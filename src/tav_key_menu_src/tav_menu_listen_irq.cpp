@@ -1,17 +1,355 @@
-// Placeholder: replaced by the module implementation.
-#pragma GCC diagnostic ignored "-Wunused-parameter"
+// Inner-signal listener: follows the matrix core. The library's callback only
+// writes a byte into a non-blocking pipe; a detached thread waits on the pipe
+// and, for every byte, fetches the latest signal record and runs the handlers
+// of its bits in a fixed order. Each dispatch holds the menu engine lock, so
+// its effects fall between two controller passes and the pages it asks for
+// are drawn by the next pass.
 #include "tav_menu_listen_irq.h"
 
-void tav_matrix_irq_open(void) {}
-void tav_matrix_irq_close(void) {}
-void tav_matrix_irq_callback(int pid_parameter) {}
-void* tav_matrix_irq_thread(void* arg) { return {}; }
-void tav_matrix_irq_process(int pid_parameter) {}
-void tav_matrix_irq_video_connect_change(void) {}
-void tav_matrix_irq_audio_connect_change(void) {}
-void tav_matrix_irq_slot_change(TAV_MATRIX_OBJ_SIGNAL_FLAG record) {}
-void tav_matrix_irq_video_port_change(void) {}
-void tav_matrix_irq_audio_port_change(void) {}
-void tav_matrix_irq_update_change(TAV_MATRIX_OBJ_SIGNAL_FLAG record) {}
-void tav_matrix_irq_reboot(TAV_MATRIX_OBJ_SIGNAL_FLAG record) {}
-void tav_matrix_irq_param_change(TAV_MATRIX_OBJ_SIGNAL_FLAG record) {}
+#include <atomic>
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <mutex>
+#include <poll.h>
+#include <pthread.h>
+#include <unistd.h>
+
+#include "tav_common.h"
+#include "tav_keyboard.h"
+#include "tav_led.h"
+#include "tav_menu_audio.h"
+#include "tav_menu_card_plug.h"
+#include "tav_menu_control.h"
+#include "tav_menu_display_str.h"
+#include "tav_menu_update.h"
+#include "tav_menu_var.h"
+#include "tav_menu_video.h"
+#include "tav_platform.h"
+
+namespace {
+
+// Read end [0] and write end [1] of the wake-up pipe; -1 while there is
+// none. The callback reads the write end from the library's context, so the
+// descriptors are lock-free atomics.
+std::atomic<int> m_irq_wakeup_fd[2] = {-1, -1};
+static_assert(std::atomic<int>::is_always_lock_free, "the callback must not take a lock");
+
+// Whether the listener thread is alive (it ends only on a read error).
+std::atomic<bool> m_irq_thread_running{false};
+
+// Set when a reboot notice has shut the program down: the remaining bits of
+// that signal are not handled. Guarded by the engine lock.
+bool m_irq_shut_down;
+
+// Pause after a failed poll, so that a lasting failure cannot spin.
+constexpr useconds_t k_poll_error_pause_us = 100000;
+
+constexpr uint32_t k_update_begins = 0x8000;
+
+bool set_nonblock(int fd) {
+    const int flags = fcntl(fd, F_GETFL);
+    if (flags < 0 || fcntl(fd, F_SETFL, flags | O_NONBLOCK) < 0) {
+        return false;
+    }
+    // The shell tools the menus run need not inherit the pipe.
+    fcntl(fd, F_SETFD, FD_CLOEXEC);
+    return true;
+}
+
+bool open_pipe(void) {
+    if (m_irq_wakeup_fd[0].load() >= 0) {
+        return true;
+    }
+    int fds[2];
+    if (pipe(fds) != 0) {
+        const int err = errno;
+        tav_log(TAV_LOG_ERR, "func=[%s]pipe open err:%d,%s", "tav_matrix_irq_open", err,
+                strerror(err));
+        return false;
+    }
+    set_nonblock(fds[0]);
+    set_nonblock(fds[1]);
+    m_irq_wakeup_fd[0].store(fds[0]);
+    m_irq_wakeup_fd[1].store(fds[1]);
+    return true;
+}
+
+void start_thread(void) {
+    bool expected = false;
+    if (!m_irq_thread_running.compare_exchange_strong(expected, true)) {
+        return;
+    }
+    pthread_attr_t attr;
+    pthread_attr_init(&attr);
+    pthread_attr_setdetachstate(&attr, PTHREAD_CREATE_DETACHED);
+    pthread_t thread;
+    const int err = pthread_create(&thread, &attr, tav_matrix_irq_thread, nullptr);
+    pthread_attr_destroy(&attr);
+    if (err != 0) {
+        m_irq_thread_running.store(false);
+        tav_log(TAV_LOG_ERR, "func=[%s]pthread_create: (%d)%s", "tav_matrix_irq_open", err,
+                strerror(err));
+    }
+}
+
+// Video and audio twins of the connection and port handlers.
+struct AvSide {
+    TAV_ENUM_MENUSTATUS switch_all_menu; // rebuilds the tables itself when it ends
+    void (*reload)(void);
+    TAV_ENUM_MENUSTATUS status_menu;
+    TAV_ENUM_MENUSTATUS list_menu;
+    void (*reinit)(void);
+    bool lock_page_shows_it; // the lock page is the video status page
+};
+constexpr AvSide k_video = {menu_switch_vid_all, load_main_set_up, menu_vid_display,
+                            meun_vid_io_display, tav_video_reinit, true};
+constexpr AvSide k_audio = {menu_switch_aud_all, load_main_aud_set_up, menu_aud_display,
+                            meun_aud_io_display, tav_audio_reinit,     false};
+
+void reload_unless_switching_all(const AvSide& side) {
+    if (g_tav_menu != side.switch_all_menu) {
+        side.reload();
+    }
+}
+
+void redraw_lock_page(const AvSide& side) {
+    if (side.lock_page_shows_it && g_tav_menu == menu_lock) {
+        tav_menu_update(menu_lock);
+    }
+}
+
+void connect_change(const AvSide& side) {
+    reload_unless_switching_all(side);
+    if (g_tav_menu == side.status_menu) {
+        tav_menu_update(side.status_menu);
+    }
+    redraw_lock_page(side);
+}
+
+void port_change(const AvSide& side) {
+    reload_unless_switching_all(side);
+    if (g_tav_menu == side.status_menu) {
+        tav_menu_update(side.status_menu);
+    }
+    if (g_tav_menu == side.list_menu) {
+        tav_menu_update(side.list_menu);
+        side.reinit();
+    }
+    redraw_lock_page(side);
+}
+
+bool notices_allowed(void) {
+    return g_tav_menu != menu_update && g_tav_menu != menu_reset;
+}
+
+struct RebootNotice {
+    uint32_t option;
+    uint8_t top;
+    uint8_t bottom;
+};
+constexpr RebootNotice k_reboot_notices[] = {
+    {em_irq_reboot_reset, 59, 60},
+    {em_irq_reboot_factory, 61, 62},
+    {em_irq_reboot_update, 63, 64},
+};
+
+struct SignalHandler {
+    uint32_t bit;
+    void (*handle)(TAV_MATRIX_OBJ_SIGNAL_FLAG record);
+};
+// In the order in which the bits of one signal are handled.
+constexpr SignalHandler k_handlers[] = {
+    {TAV_MATRIX_SIG_VIDEO_CONNECT,
+     [](TAV_MATRIX_OBJ_SIGNAL_FLAG) { tav_matrix_irq_video_connect_change(); }},
+    {TAV_MATRIX_SIG_AUDIO_CONNECT,
+     [](TAV_MATRIX_OBJ_SIGNAL_FLAG) { tav_matrix_irq_audio_connect_change(); }},
+    {TAV_MATRIX_SIG_SLOT, tav_matrix_irq_slot_change},
+    {TAV_MATRIX_SIG_VIDEO_PORT,
+     [](TAV_MATRIX_OBJ_SIGNAL_FLAG) { tav_matrix_irq_video_port_change(); }},
+    {TAV_MATRIX_SIG_AUDIO_PORT,
+     [](TAV_MATRIX_OBJ_SIGNAL_FLAG) { tav_matrix_irq_audio_port_change(); }},
+    {TAV_MATRIX_SIG_UPDATE, tav_matrix_irq_update_change},
+    {TAV_MATRIX_SIG_REBOOT, tav_matrix_irq_reboot},
+    {TAV_MATRIX_SIG_PARAM, tav_matrix_irq_param_change},
+};
+
+} // namespace
+
+void tav_matrix_irq_open(void) {
+    // Without a pipe no wake-up could reach the thread: neither register
+    // the callback nor start the thread.
+    if (!open_pipe()) {
+        return;
+    }
+    tav_matrix_register_inner_signal(pmatrixDllHandle, TAV_MATRIX_SIG_MASK,
+                                     tav_matrix_irq_callback);
+    start_thread();
+}
+
+void tav_matrix_irq_close(void) {
+    tav_matrix_unregister_inner_signal(pmatrixDllHandle, TAV_MATRIX_SIG_MASK);
+    usleep(1000);
+}
+
+void tav_matrix_irq_callback(int pid_parameter) {
+    (void)pid_parameter;
+    const int fd = m_irq_wakeup_fd[1].load(std::memory_order_relaxed);
+    if (fd < 0) {
+        return;
+    }
+    const int saved_errno = errno;
+    const uint8_t wake = 1;
+    // A full pipe loses the byte; a pending byte will fetch the latest record.
+    if (write(fd, &wake, 1) < 0) {
+    }
+    errno = saved_errno;
+}
+
+void* tav_matrix_irq_thread(void* arg) {
+    (void)arg;
+    const int fd = m_irq_wakeup_fd[0].load();
+    for (;;) {
+        pollfd p = {fd, POLLIN, 0};
+        if (poll(&p, 1, -1) < 0) {
+            if (errno == EINTR) {
+                tav_log(TAV_LOG_WARNING, "func=[%s]poll break by signal\n",
+                        "tav_matrix_irq_thread");
+            } else {
+                tav_log(TAV_LOG_WARNING, "func=[%s]poll error\n", "tav_matrix_irq_thread");
+                usleep(k_poll_error_pause_us);
+            }
+        }
+        for (;;) {
+            uint8_t wake;
+            const ssize_t n = read(fd, &wake, 1);
+            if (n == 1) {
+                tav_matrix_irq_process(0);
+                continue;
+            }
+            if (n == 0 || errno == EAGAIN || errno == EWOULDBLOCK) {
+                break;
+            }
+            if (errno == EINTR) {
+                continue;
+            }
+            const int err = errno;
+            tav_log(TAV_LOG_ERR, "func=[%s]read from %d error: (%d)%s", "tav_matrix_irq_thread", fd,
+                    err, strerror(err));
+            m_irq_thread_running.store(false);
+            return nullptr;
+        }
+    }
+}
+
+void tav_matrix_irq_process(int pid_parameter) {
+    (void)pid_parameter;
+    std::lock_guard<std::recursive_mutex> lock(tav_menu_engine_mutex());
+    m_irq_shut_down = false;
+    TAV_MATRIX_OBJ_SIGNAL_FLAG record = {};
+    if (tav_matrix_get_inner_signal_information(pmatrixDllHandle, &record) != 0) {
+        return;
+    }
+    if (g_tav_menu == menu_update) {
+        // Only the update's own signals count while its display is on.
+        if ((record.sig_bit_map & TAV_MATRIX_SIG_UPDATE) != 0) {
+            tav_matrix_irq_update_change(record);
+        }
+        return;
+    }
+    for (const SignalHandler& h : k_handlers) {
+        if ((record.sig_bit_map & h.bit) != 0) {
+            h.handle(record);
+            if (m_irq_shut_down) {
+                return;
+            }
+        }
+    }
+}
+
+void tav_matrix_irq_video_connect_change(void) {
+    connect_change(k_video);
+}
+
+void tav_matrix_irq_audio_connect_change(void) {
+    connect_change(k_audio);
+}
+
+void tav_matrix_irq_video_port_change(void) {
+    port_change(k_video);
+}
+
+void tav_matrix_irq_audio_port_change(void) {
+    port_change(k_audio);
+}
+
+void tav_matrix_irq_slot_change(TAV_MATRIX_OBJ_SIGNAL_FLAG record) {
+    const uint8_t slot = static_cast<uint8_t>(record.src_parameter);
+    TAV_MATRIX_OBJ_CARD card = {};
+    card.card_status = em_matrix_card_unknown;
+    const int32_t rc = tav_matrix_get_card_information(
+        pmatrixDllHandle, static_cast<int32_t>(record.src_parameter), &card);
+    load_main_set_up();
+    // Without the card's record its state is unknown: no notice.
+    if (rc != 0) {
+        return;
+    }
+    switch (card.card_status) {
+    case em_matrix_card_online:
+        if (notices_allowed()) {
+            tav_menu_clear_timer_counter();
+            tav_menu_card_plug_set_status(slot, 1);
+        }
+        break;
+    case em_matrix_card_normal:
+        if (g_tav_menu == menu_hot_plug) {
+            tav_menu_clear_timer_counter();
+            tav_menu_card_plug_clear();
+        }
+        break;
+    case em_matrix_card_offline:
+        if (notices_allowed()) {
+            tav_menu_clear_timer_counter();
+            tav_menu_card_plug_set_status(slot, 2);
+            load_main_set_up();
+            load_main_aud_set_up();
+        }
+        break;
+    default:
+        break;
+    }
+}
+
+void tav_matrix_irq_update_change(TAV_MATRIX_OBJ_SIGNAL_FLAG record) {
+    tav_menu_clear_timer_counter();
+    if ((record.src_parameter & k_update_begins) != 0) {
+        tav_menu_updating_set();
+    } else if (g_tav_menu == menu_update) {
+        tav_menu_updating_down();
+    }
+}
+
+void tav_matrix_irq_reboot(TAV_MATRIX_OBJ_SIGNAL_FLAG record) {
+    for (const RebootNotice& notice : k_reboot_notices) {
+        if (notice.option == record.src_parameter) {
+            tav_menu_spc_display(displaybuf, notice.top, notice.bottom);
+            tav_display_led_all_off();
+            tav_display_led_blink_all_off();
+            m_irq_shut_down = true;
+            tav_dev_destory();
+            return;
+        }
+    }
+}
+
+void tav_matrix_irq_param_change(TAV_MATRIX_OBJ_SIGNAL_FLAG record) {
+    const int gps_pid = static_cast<int>(getpid());
+    const uint32_t pid = record.src_parameter & 0xFFFFu;
+    tav_log(TAV_LOG_DEBUG, "func=[%s]pid=%d,gps_pid=%d,param=%d\n", "tav_matrix_irq_param_change",
+            static_cast<int>(pid), gps_pid, static_cast<int>(record.src_parameter));
+    const bool from_other_process = (static_cast<uint32_t>(gps_pid) & 0xFFFFu) != pid;
+    const bool about_panel_lock = (record.src_parameter >> 16) == 0;
+    if (from_other_process && about_panel_lock) {
+        tav_update_to_lock(2);
+    }
+}

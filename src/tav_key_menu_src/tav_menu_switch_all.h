@@ -10,3 +10,14 @@ void tav_menu_switch_all(void);
 void tav_menu_switch_all_display(void);
 void tav_menu_swall_handle_3s(void);
 void tav_swall_down(void);
+
+// Read-only view of the module state, for the tests and diagnostics.
+struct TAV_SWALL_STATE {
+    uint8_t mode;         // 1 video, otherwise audio
+    uint8_t step;         // 1 no digit, 2 one digit, 3 accepted, 4 refused, 5 switching
+    uint8_t port;         // input typed; 0 closes every output
+    uint8_t maxport;      // valid entries of the input list copy
+    uint8_t press_start;  // first list index of the input page
+    const uint8_t* inbuf; // the input list copy (128 entries)
+};
+TAV_SWALL_STATE tav_menu_switch_all_get_state(void);

@@ -10,7 +10,9 @@ State g_state;
 std::mutex g_mutex;
 int g_handle_token;
 
-void log_call(const std::string& s) { g_state.calls.push_back(s); }
+void log_call(const std::string& s) {
+    g_state.calls.push_back(s);
+}
 
 std::string args(std::initializer_list<int32_t> list) {
     std::string s = "(";
@@ -33,8 +35,12 @@ Port* port(int32_t p) {
 }
 } // namespace
 
-State& state() { return g_state; }
-std::mutex& mutex() { return g_mutex; }
+State& state() {
+    return g_state;
+}
+std::mutex& mutex() {
+    return g_mutex;
+}
 
 void reset() {
     std::lock_guard<std::mutex> g(g_mutex);
@@ -59,6 +65,28 @@ void make_device(int n_in, int n_out, bool audio) {
         }
     }
     g_state.device_type = n_in + n_out;
+}
+
+bool raise_signal(uint32_t bits, uint32_t src_parameter) {
+    TAV_MATRIX_SIGNAL_CALLBACK cb;
+    {
+        std::lock_guard<std::mutex> g(g_mutex);
+        g_state.signal = TAV_MATRIX_OBJ_SIGNAL_FLAG{};
+        g_state.signal.src = em_matrix_sig_src_core;
+        g_state.signal.src_parameter = src_parameter;
+        g_state.signal.sig_bit_map = bits;
+        cb = g_state.callback;
+    }
+    if (cb == nullptr) {
+        return false;
+    }
+    cb(0);
+    return true;
+}
+
+int signal_fetches() {
+    std::lock_guard<std::mutex> g(g_mutex);
+    return g_state.signal_fetches;
 }
 
 std::vector<std::string> calls_starting(const std::string& prefix) {
@@ -92,11 +120,17 @@ int32_t tav_matrix_get_device_type(void*) {
 
 int32_t tav_matrix_get_active_video_pipe_io(void*, int32_t p) {
     std::lock_guard<std::mutex> g(g_mutex);
+    if (p == 1) {
+        g_state.table_trace.push_back("video_table");
+    }
     Port* x = port(p);
     return x ? x->vio : em_matrix_unknown;
 }
 int32_t tav_matrix_get_active_audio_pipe_io(void*, int32_t p) {
     std::lock_guard<std::mutex> g(g_mutex);
+    if (p == 1) {
+        g_state.table_trace.push_back("audio_table");
+    }
     Port* x = port(p);
     return x ? x->aio : em_matrix_unknown;
 }
@@ -189,6 +223,7 @@ int32_t tav_matrix_unregister_inner_signal(void*, uint32_t mask) {
 }
 int32_t tav_matrix_get_inner_signal_information(void*, TAV_MATRIX_OBJ_SIGNAL_FLAG* rec) {
     std::lock_guard<std::mutex> g(g_mutex);
+    g_state.signal_fetches++;
     if (rec != nullptr && g_state.signal_result == 0) {
         *rec = g_state.signal;
     }
@@ -197,6 +232,7 @@ int32_t tav_matrix_get_inner_signal_information(void*, TAV_MATRIX_OBJ_SIGNAL_FLA
 int32_t tav_matrix_get_card_information(void*, int32_t slot, TAV_MATRIX_OBJ_CARD* card) {
     std::lock_guard<std::mutex> g(g_mutex);
     log_call("get_card_information" + args({slot}));
+    g_state.table_trace.push_back("card" + args({slot}));
     auto it = g_state.cards.find(slot);
     if (card != nullptr) {
         if (it != g_state.cards.end()) {

@@ -39,6 +39,11 @@ struct State {
     int32_t set_edid_result = 0;
     TAV_MATRIX_SIGNAL_CALLBACK callback = nullptr;
     uint32_t registered_mask = 0;
+    int signal_fetches = 0; // calls of get_inner_signal_information
+    // Port-table rebuilds and card queries in order: "video_table" /
+    // "audio_table" when the direction of port 1 is asked (each rebuild
+    // starts there), "card(N)" for get_card_information.
+    std::vector<std::string> table_trace;
 };
 
 // The fake's state. Tests change it while no other thread calls the fake.
@@ -49,6 +54,11 @@ void reset();
 // Ports 1..n_in are inputs, n_in+1..n_in+n_out outputs, for video and (when
 // `audio`) audio; device_type = n_in + n_out; no routes.
 void make_device(int n_in, int n_out, bool audio = true);
+// Stores the signal record and calls the registered callback as the library
+// would (outside the fake's mutex); returns false when none is registered.
+bool raise_signal(uint32_t bits, uint32_t src_parameter);
+// Fetches of the signal record so far.
+int signal_fetches();
 // Calls whose text starts with `prefix`.
 std::vector<std::string> calls_starting(const std::string& prefix);
 

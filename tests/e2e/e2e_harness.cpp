@@ -1,0 +1,379 @@
+#include "e2e_harness.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/prctl.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <thread>
+
+extern char** environ;
+
+namespace tave2e {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+// argv/envp prepared before fork: the child of a threaded process may only
+// make async-signal-safe calls.
+struct ExecArgs {
+    std::vector<std::string> store;
+    std::vector<char*> argv, envp;
+    ExecArgs(const std::vector<std::string>& args, const std::vector<std::string>& env) {
+        std::vector<std::string> e;
+        for (char** p = environ; *p != nullptr; ++p) {
+            const std::string kv = *p;
+            const std::string key = kv.substr(0, kv.find('='));
+            bool replaced = false;
+            for (const auto& o : env) {
+                replaced = replaced || o.substr(0, o.find('=')) == key;
+            }
+            if (!replaced) {
+                e.push_back(kv);
+            }
+        }
+        e.insert(e.end(), env.begin(), env.end());
+        store = args;
+        store.insert(store.end(), e.begin(), e.end());
+        for (size_t i = 0; i < store.size(); ++i) {
+            (i < args.size() ? argv : envp).push_back(store[i].data());
+        }
+        argv.push_back(nullptr);
+        envp.push_back(nullptr);
+    }
+};
+
+// Forks and execs in a new process group that dies with this process.
+// stdin is /dev/null; stdout goes to out_fd, stderr to err_fd (-1: inherited).
+pid_t fork_exec(const ExecArgs& a, int out_fd, int err_fd) {
+    const pid_t parent = getpid();
+    const pid_t pid = fork();
+    if (pid == 0) {
+        setpgid(0, 0);
+        prctl(PR_SET_PDEATHSIG, SIGKILL);
+        if (getppid() != parent) {
+            _exit(127);
+        }
+        // Signals ignored or blocked here must not be inherited.
+        sigset_t none;
+        sigemptyset(&none);
+        sigprocmask(SIG_SETMASK, &none, nullptr);
+        signal(SIGINT, SIG_DFL);
+        signal(SIGTERM, SIG_DFL);
+        const int in = open("/dev/null", O_RDONLY);
+        if (in >= 0) {
+            dup2(in, 0);
+        }
+        if (out_fd >= 0) {
+            dup2(out_fd, 1);
+        }
+        if (err_fd >= 0) {
+            dup2(err_fd, 2);
+        }
+        execve(a.argv[0], a.argv.data(), a.envp.data());
+        _exit(127);
+    }
+    if (pid > 0) {
+        setpgid(pid, pid);
+    }
+    return pid;
+}
+
+int decode_status(int st) {
+    return WIFEXITED(st) ? WEXITSTATUS(st) : WIFSIGNALED(st) ? -WTERMSIG(st) : -1;
+}
+
+// Waits for a child with a time-out: a pidfd when the kernel has them,
+// otherwise short sleeps between non-blocking waits.
+std::optional<int> wait_child(pid_t pid, ms timeout) {
+    int st = 0;
+    const int pfd = static_cast<int>(syscall(SYS_pidfd_open, pid, 0));
+    if (pfd >= 0) {
+        pollfd p{pfd, POLLIN, 0};
+        const int r = poll(&p, 1, static_cast<int>(timeout.count()));
+        close(pfd);
+        if (r > 0 && waitpid(pid, &st, 0) == pid) {
+            return decode_status(st);
+        }
+        return std::nullopt;
+    }
+    const auto end = std::chrono::steady_clock::now() + timeout;
+    for (;;) {
+        const pid_t r = waitpid(pid, &st, WNOHANG);
+        if (r == pid) {
+            return decode_status(st);
+        }
+        if (r < 0 || std::chrono::steady_clock::now() >= end) {
+            return std::nullopt;
+        }
+        std::this_thread::sleep_for(10ms);
+    }
+}
+
+bool has_socket_below(const fs::path& dir) {
+    std::error_code ec;
+    for (auto it = fs::recursive_directory_iterator(dir, ec);
+         !ec && it != fs::recursive_directory_iterator(); it.increment(ec)) {
+        if (it->is_socket(ec)) {
+            return true;
+        }
+    }
+    return false;
+}
+
+} // namespace
+
+CmdResult run_command(const std::vector<std::string>& argv, const std::vector<std::string>& env,
+                      ms timeout) {
+    CmdResult res;
+    int fds[2];
+    if (pipe2(fds, O_CLOEXEC) != 0) {
+        return res;
+    }
+    const ExecArgs a(argv, env);
+    const pid_t pid = fork_exec(a, fds[1], -1);
+    close(fds[1]);
+    if (pid < 0) {
+        close(fds[0]);
+        return res;
+    }
+    const auto end = std::chrono::steady_clock::now() + timeout;
+    char buf[4096];
+    for (;;) {
+        const auto left =
+            std::chrono::duration_cast<ms>(end - std::chrono::steady_clock::now()).count();
+        pollfd p{fds[0], POLLIN, 0};
+        if (left <= 0 || poll(&p, 1, static_cast<int>(left)) <= 0) {
+            break;
+        }
+        const ssize_t n = read(fds[0], buf, sizeof buf);
+        if (n <= 0) {
+            break;
+        }
+        res.out.append(buf, static_cast<size_t>(n));
+    }
+    close(fds[0]);
+    const auto left = std::chrono::duration_cast<ms>(end - std::chrono::steady_clock::now());
+    auto st = wait_child(pid, std::max(left, ms(0)));
+    if (!st) {
+        kill(-pid, SIGKILL);
+        st = wait_child(pid, 5s);
+    }
+    res.status = st.value_or(-1);
+    return res;
+}
+
+Sandbox::Sandbox(SandboxOptions opts) : opts_(std::move(opts)) {
+    char tmpl[] = "/tmp/tav_e2e_XXXXXX";
+    const char* dir = mkdtemp(tmpl);
+    if (dir == nullptr) {
+        ADD_FAILURE() << "mkdtemp: " << strerror(errno);
+        return;
+    }
+    root_ = dir;
+    for (const char* sub : {"dev", "nandflash/config", "var/run", "tmp"}) {
+        fs::create_directories(fs::path(root_) / sub);
+    }
+    if (opts_.start_panel) {
+        tavpanel::EmulatorOptions eo;
+        eo.root = root_;
+        eo.answer_handshake = !opts_.silent_panel;
+        eo.fw_main = opts_.fw_main;
+        eo.fw_minor = opts_.fw_minor;
+        eo.fw_build_hi = opts_.fw_build_hi;
+        eo.fw_build_lo = opts_.fw_build_lo;
+        eo.log_path = root_ + "/panel.log";
+        panel_ = std::make_unique<tavpanel::PanelEmulator>(eo);
+        if (!panel_->start()) {
+            ADD_FAILURE() << "panel emulator did not start below " << root_;
+        }
+    }
+}
+
+Sandbox::~Sandbox() {
+    kill_group(program_);
+    kill_group(core_);
+    if (panel_) {
+        panel_->stop();
+    }
+    if (root_.empty()) {
+        return;
+    }
+    if (opts_.keep_root || ::testing::Test::HasFailure()) {
+        std::fprintf(stderr, "[ sandbox  ] kept %s\n", root_.c_str());
+        return;
+    }
+    std::error_code ec;
+    fs::remove_all(root_, ec);
+}
+
+void Sandbox::kill_group(pid_t& pid) {
+    if (pid <= 0) {
+        return;
+    }
+    kill(-pid, SIGKILL);
+    kill(pid, SIGKILL);
+    wait_child(pid, 5s);
+    pid = -1;
+}
+
+void Sandbox::write_file(const std::string& rel, const std::string& content) const {
+    const fs::path p = fs::path(root_) / rel;
+    fs::create_directories(p.parent_path());
+    std::ofstream(p, std::ios::binary) << content;
+}
+
+std::string Sandbox::read_file(const std::string& rel) const {
+    std::ifstream in(fs::path(root_) / rel, std::ios::binary);
+    std::stringstream ss;
+    ss << in.rdbuf();
+    return ss.str();
+}
+
+pid_t Sandbox::spawn(const std::vector<std::string>& argv, const std::vector<std::string>& env,
+                     const std::string& out_file) const {
+    const int fd = open(out_file.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
+    const ExecArgs a(argv, env);
+    const pid_t pid = fork_exec(a, fd, fd);
+    if (fd >= 0) {
+        close(fd);
+    }
+    return pid;
+}
+
+bool Sandbox::start_core(const std::string& chassis, int startup_delay_ms, ms timeout) {
+    std::vector<std::string> argv{TAV_BIN_DIR "/tav_matrix_core", "--root", root_};
+    if (!chassis.empty()) {
+        argv.insert(argv.end(), {"--chassis", chassis});
+    }
+    if (startup_delay_ms > 0) {
+        argv.insert(argv.end(), {"--startup-delay-ms", std::to_string(startup_delay_ms)});
+    }
+    core_ = spawn(argv, {"TAV_ROOT=" + root_}, root_ + "/core.out");
+    if (core_ < 0) {
+        return false;
+    }
+    const auto end = std::chrono::steady_clock::now() + timeout;
+    while (std::chrono::steady_clock::now() < end) {
+        int st = 0;
+        if (waitpid(core_, &st, WNOHANG) == core_) {
+            core_ = -1;
+            return false; // ended before serving
+        }
+        if (has_socket_below(fs::path(root_) / "var/run") || has_socket_below(root_)) {
+            return true;
+        }
+        std::this_thread::sleep_for(20ms);
+    }
+    return false;
+}
+
+void Sandbox::stop_core() {
+    if (core_ > 0) {
+        kill(core_, SIGTERM);
+        if (!wait_child(core_, 3s)) {
+            kill_group(core_);
+        }
+        core_ = -1;
+    }
+}
+
+bool Sandbox::start_program(const std::vector<std::string>& extra_env) {
+    const char* path = getenv("PATH");
+    std::vector<std::string> env{"TAV_ROOT=" + root_, "TAV_SYSLOG_FILE=" + root_ + "/syslog.txt",
+                                 std::string("PATH=") + TAV_TOOLS_DIR + ":" +
+                                     (path ? path : "/usr/bin:/bin")};
+    env.insert(env.end(), extra_env.begin(), extra_env.end());
+    program_start_ = std::chrono::steady_clock::now();
+    program_ = spawn({TAV_BIN_DIR "/tav_keyboard"}, env, root_ + "/program.out");
+    return program_ > 0;
+}
+
+bool Sandbox::signal_program(int sig) const {
+    return program_ > 0 && kill(program_, sig) == 0;
+}
+
+std::optional<int> Sandbox::wait_program_exit(ms timeout) {
+    if (program_ <= 0) {
+        return std::nullopt;
+    }
+    auto st = wait_child(program_, timeout);
+    if (st) {
+        run_time_ = std::chrono::duration<double>(std::chrono::steady_clock::now() - program_start_)
+                        .count();
+        program_ = -1;
+    }
+    return st;
+}
+
+bool Sandbox::program_running() {
+    if (program_ <= 0) {
+        return false;
+    }
+    return !wait_program_exit(ms(0)).has_value();
+}
+
+CmdResult Sandbox::ctl(const std::vector<std::string>& args, ms timeout) const {
+    std::vector<std::string> argv{TAV_BIN_DIR "/tav_matrix_ctl", "--root", root_};
+    argv.insert(argv.end(), args.begin(), args.end());
+    return run_command(argv, {"TAV_ROOT=" + root_}, timeout);
+}
+
+std::vector<std::string> Sandbox::syslog_lines() const {
+    std::vector<std::string> lines;
+    std::ifstream in(root_ + "/syslog.txt");
+    for (std::string l; std::getline(in, l);) {
+        lines.push_back(l);
+    }
+    return lines;
+}
+
+bool Sandbox::wait_syslog(const std::string& text, ms timeout, std::string* line) const {
+    const auto end = std::chrono::steady_clock::now() + timeout;
+    for (;;) {
+        for (const auto& l : syslog_lines()) {
+            if (l.find(text) != std::string::npos) {
+                if (line != nullptr) {
+                    *line = l;
+                }
+                return true;
+            }
+        }
+        if (std::chrono::steady_clock::now() >= end) {
+            return false;
+        }
+        std::this_thread::sleep_for(50ms);
+    }
+}
+
+bool Sandbox::wait_home_page(ms timeout) const {
+    if (!panel_) {
+        return false;
+    }
+    // LEFT, RIGHT and MENU lit (LED 31 with the LCD), nothing else, and the
+    // video switch status lines or the missing-card notice on the LCD.
+    constexpr uint32_t scene =
+        (1u << tavpanel::KEY_LEFT) | (1u << tavpanel::KEY_RIGHT) | (1u << tavpanel::KEY_MENU);
+    return panel_->wait_for(
+        [&](const tavpanel::PanelState& s) {
+            const bool leds = (s.led_steady & ~(1u << tavpanel::LED_LCD)) == scene;
+            const bool text = s.lcd[0].rfind("VOSW: ", 0) == 0 ||
+                              s.lcd[1].rfind("PLEASE CHECK YOUR MATRIX", 0) == 0;
+            return leds && text;
+        },
+        timeout);
+}
+
+} // namespace tave2e

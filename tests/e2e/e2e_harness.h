@@ -1,0 +1,93 @@
+// End-to-end sandbox: a temporary TAV_ROOT, the panel emulator in-process,
+// and optionally the simulated matrix core, the program and the control
+// client as child processes. Everything started here is killed in the
+// destructor, even when a test fails half-way.
+#pragma once
+
+#include <sys/types.h>
+
+#include <chrono>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "tav_panel_emu.h"
+
+namespace tave2e {
+
+using namespace std::chrono_literals;
+using ms = std::chrono::milliseconds;
+
+struct SandboxOptions {
+    bool start_panel = true;   // no panel: no dev/ttyPSC3 at all
+    bool silent_panel = false; // the panel never answers the handshake
+    uint8_t fw_main = 1, fw_minor = 2, fw_build_hi = 0, fw_build_lo = 3;
+    bool keep_root = false; // keep the sandbox directory (for debugging)
+};
+
+struct CmdResult {
+    int status = -1; // exit status, or -signal when killed, -1 when it could not run
+    std::string out; // standard output
+};
+
+class Sandbox {
+  public:
+    explicit Sandbox(SandboxOptions opts = {});
+    ~Sandbox();
+    Sandbox(const Sandbox&) = delete;
+    Sandbox& operator=(const Sandbox&) = delete;
+
+    const std::string& root() const { return root_; }
+    std::string path(const std::string& rel) const { return root_ + "/" + rel; }
+    void write_file(const std::string& rel, const std::string& content) const;
+    std::string read_file(const std::string& rel) const;
+    tavpanel::PanelEmulator& panel() { return *panel_; }
+    bool has_panel() const { return panel_ != nullptr; }
+
+    // The simulated core; waits until it serves (its socket exists), at most
+    // `timeout`. False when it did not come up.
+    bool start_core(const std::string& chassis = "", int startup_delay_ms = 0, ms timeout = 10s);
+    void stop_core();
+
+    // The program under test, in its own process group, output in
+    // <root>/program.out. Extra "NAME=VALUE" entries go into its environment.
+    bool start_program(const std::vector<std::string>& extra_env = {});
+    pid_t program_pid() const { return program_; }
+    bool signal_program(int sig) const;
+    // Exit status (or -signal) once it ended within `timeout`.
+    std::optional<int> wait_program_exit(ms timeout);
+    bool program_running();
+    // Seconds from start_program to the exit seen by wait_program_exit.
+    double program_run_time() const { return run_time_; }
+
+    // tav_matrix_ctl --root <root> args...; waits at most `timeout`.
+    CmdResult ctl(const std::vector<std::string>& args, ms timeout = 10s) const;
+
+    // The program's log lines ("PRIORITY\tmessage") so far.
+    std::vector<std::string> syslog_lines() const;
+    // Wait for a log line containing `text`; the line (if found) in *line.
+    bool wait_syslog(const std::string& text, ms timeout, std::string* line = nullptr) const;
+    // Wait until the program shows its home page: the video status page (or
+    // its missing-card notice) with the status page's LED scene.
+    bool wait_home_page(ms timeout = 30s) const;
+
+  private:
+    pid_t spawn(const std::vector<std::string>& argv, const std::vector<std::string>& env,
+                const std::string& out_file) const;
+    static void kill_group(pid_t& pid);
+
+    SandboxOptions opts_;
+    std::string root_;
+    std::unique_ptr<tavpanel::PanelEmulator> panel_;
+    pid_t core_ = -1;
+    pid_t program_ = -1;
+    std::chrono::steady_clock::time_point program_start_{};
+    double run_time_ = 0;
+};
+
+// Runs a command (argv) with `env` added, returning status and stdout.
+CmdResult run_command(const std::vector<std::string>& argv, const std::vector<std::string>& env,
+                      ms timeout);
+
+} // namespace tave2e

@@ -1,0 +1,89 @@
+// Checks shared by the signal and service scenarios: the reboot notice that
+// ends the program, and small waiting helpers.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <string>
+#include <thread>
+
+#include "e2e_scenarios.h"
+
+namespace tave2e {
+
+// The two rows of the reboot notice for option 1 (restart), 2 (factory reset)
+// and 3 (reset and upgrade).
+inline std::pair<std::string, std::string> reboot_rows(int option) {
+    const std::string wait = row(13, "Please wait......");
+    switch (option) {
+    case 1:
+        return {row(9, "The device is restarting"), wait};
+    case 2:
+        return {row(3, "The device is factory resetting"), wait};
+    default:
+        return {row(1, "The device is being reset and upgraded"), wait};
+    }
+}
+
+// After the core announced reboot `option`: the program ends with status 1,
+// its port was opened and closed once, and the panel keeps the notice with
+// every LED and every blink off. Nothing but LED frames follows the notice.
+inline void expect_reboot_end(Sandbox& sb, int option, ms timeout = 30s) {
+    const auto [top, bottom] = reboot_rows(option);
+    const auto st = sb.wait_program_exit(timeout);
+    ASSERT_TRUE(st.has_value()) << "still running after reboot signal " << option
+                                << lcd_of(sb.panel().state());
+    EXPECT_EQ(*st, 1);
+    ASSERT_TRUE(sb.panel().wait_peer_closed(5s));
+    std::this_thread::sleep_for(100ms);
+    const auto s = sb.panel().state();
+    EXPECT_TRUE(shows(s, top, bottom)) << "reboot option " << option << lcd_of(s);
+    EXPECT_EQ(s.led_steady, 0u) << lcd_of(s);
+    EXPECT_EQ(s.led_blink, 0u) << lcd_of(s);
+    EXPECT_EQ(sb.panel().peer_opens(), 1u);
+    EXPECT_EQ(sb.panel().peer_closes(), 1u);
+    EXPECT_EQ(sb.panel().malformed_frames(), 0u) << sb.panel().last_problem();
+
+    const auto shots = replay(sb.panel().frames());
+    const long notice = find_shot(shots, 0, [&](const auto& p) { return shows(p, top, bottom); });
+    ASSERT_GE(notice, 0);
+    for (size_t i = static_cast<size_t>(notice) + 1; i < shots.size(); ++i) {
+        const auto k = shots[i].kind;
+        EXPECT_TRUE(k == tavpanel::FrameKind::led_steady || k == tavpanel::FrameKind::led_blink)
+            << "after the notice: " << tavpanel::describe(shots[i].bytes);
+    }
+}
+
+// A positive number from the environment, or `dflt`.
+inline long env_number(const char* name, long dflt) {
+    const char* v = std::getenv(name);
+    if (v == nullptr || *v == '\0') {
+        return dflt;
+    }
+    char* end = nullptr;
+    const long n = std::strtol(v, &end, 10);
+    return (end != nullptr && *end == '\0' && n > 0) ? n : dflt;
+}
+
+// Seconds on a steady clock since `t0`.
+inline double seconds_since(std::chrono::steady_clock::time_point t0) {
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
+}
+
+// Runs a control command and reports its failure with its output.
+inline ::testing::AssertionResult ctl_ok(const Sandbox& sb, const std::vector<std::string>& args) {
+    const CmdResult r = sb.ctl(args);
+    if (r.status == 0) {
+        return ::testing::AssertionSuccess();
+    }
+    std::string cmd;
+    for (const auto& a : args) {
+        cmd += " " + a;
+    }
+    return ::testing::AssertionFailure()
+           << "tav_matrix_ctl" << cmd << " -> " << r.status << " " << r.out;
+}
+
+} // namespace tave2e
