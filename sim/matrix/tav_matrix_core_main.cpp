@@ -536,7 +536,8 @@ int usage(int rc) {
 int main(int argc, char** argv) {
     std::string root, chassis_file;
     int startup_delay = 1000;
-    for (int i = 1; i < argc; ++i) {
+    // Options come in pairs: --name value.
+    for (int i = 1; i < argc; i += 2) {
         const std::string a = argv[i];
         const char* v = i + 1 < argc ? argv[i + 1] : nullptr;
         if (a == "--help" || a == "-h")
@@ -553,7 +554,6 @@ int main(int argc, char** argv) {
             g_normal_delay_ms = std::atoi(v);
         else
             return usage(2);
-        ++i;
     }
     if (root.empty())
         return usage(2);
