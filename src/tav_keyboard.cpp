@@ -126,6 +126,9 @@ int main() {
         tav_menu_control();
     }
     tav_dev_destory();
+    // Nobody waits for the receive thread: it ends at its next look at the
+    // run flag or with the process, and its resources go with it.
+    pthread_detach(g_uart_pthread_id);
     return 1;
 }
 #endif
