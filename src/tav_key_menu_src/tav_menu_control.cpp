@@ -141,12 +141,12 @@ const TickRule kTickRules[] = {
     {menu_edid_switch, 6, 8, &TAV_MENU_TICK_HANDLERS::edid_err},
 };
 
-// Milliseconds from the last timer reset to the pass's start. The listener or
-// a key may reset the timer after the pass sampled its time; that counts as
-// no time, not as a wrapped difference of four billion.
+// Milliseconds from the last timer reset to the pass's start, as an unsigned
+// difference: a wrap of the counter is harmless, and a wall clock set back
+// gives a huge difference, so the timers fire once and restart from the new
+// time. (A reset always sets currenttime too, so it never runs ahead.)
 uint32_t ms_since_reset(void) {
-    uint32_t diff = currenttime - timecount;
-    return diff > 0x7FFFFFFFu ? 0 : diff;
+    return currenttime - timecount;
 }
 
 // A sleep of the pass itself: the engine lock is released meanwhile.

@@ -429,6 +429,29 @@ TEST_F(MenuControl, DispatchOutsideTheTableDoesNothing) {
     }
 }
 
+// The wall clock set back (an hour): the unsigned difference is huge, so the
+// timers fire on the next pass and restart from the new time instead of
+// standing still until the clock has caught up again.
+TEST_F(MenuControl, ClockSetBackFiresTheTimersAtOnce) {
+    tav_menu_control(); // first handshake
+    g_now -= 3600u * 1000u;
+    tav_menu_control();
+    int hs = 0;
+    for (const auto& f : tavtest::PanelCapture::get().frames()) {
+        hs += f.kind == tavpanel::FrameKind::handshake;
+    }
+    EXPECT_EQ(hs, 2);
+
+    enter_normal(menu_spc, false);
+    g_now -= 3600u * 1000u;
+    tav_menu_control();
+    EXPECT_EQ(tav_menu_ctl_get_count_10s(), 1);
+    run_for(950);
+    EXPECT_EQ(tav_menu_ctl_get_count_10s(), 1); // the next tick a second later
+    tav_menu_control();
+    EXPECT_EQ(tav_menu_ctl_get_count_10s(), 2);
+}
+
 // ---------------------------------------------------------------------------
 // Update menu: polled, keys left alone
 
