@@ -60,13 +60,5 @@ void tav_config_audio_switch(void) {
 }
 
 TAV_AV_SWITCH_STATE tav_audio_get_state(void) {
-    return {m_tav_audio_switch_start,
-            m_tav_audio_io_start,
-            m_tav_audio_io_max_port,
-            m_tav_press_state,
-            m_tav_press_start,
-            m_tav_select_port_state,
-            m_config_out,
-            m_config_in,
-            m_tav_cursor_pozition};
+    return tav_av_get_state(m_tav_audio_menu);
 }

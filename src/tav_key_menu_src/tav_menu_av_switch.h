@@ -11,6 +11,7 @@
 #include <cstdint>
 
 #include "tav_menu_var.h"
+#include "tav_menu_video.h"
 
 typedef int32_t (*tav_av_switch_fn)(void* handle, int32_t input, int32_t output);
 typedef int32_t (*tav_av_done_fn)(void* handle);
@@ -98,3 +99,6 @@ void tav_av_config_switch(const TAV_AV_MENU& m);
 // missing (`with_no_card_row`: the kind's own page for a matrix without
 // cards). Returns false when warning rows were shown.
 bool tav_av_draw_status(const TAV_AV_MENU& m, bool with_no_card_row);
+
+// The module's state as tav_video_get_state / tav_audio_get_state report it.
+TAV_AV_SWITCH_STATE tav_av_get_state(const TAV_AV_MENU& m);

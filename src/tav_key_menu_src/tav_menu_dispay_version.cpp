@@ -163,8 +163,7 @@ void tav_version_sec(void) {
         tav_menu_update(menu_vid_display);
         break;
     case TAV_PRESS_DEFAULT:
-        tav_menu_update(menu_reset);
-        tav_menu_reset_clear();
+        tav_menu_reset_open();
         break;
     default: // digits, TAKE
         break;

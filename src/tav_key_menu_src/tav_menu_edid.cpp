@@ -235,21 +235,28 @@ void tav_edid(void) {
             m_tav_edid_sel_port_step = 0;
         }
         break;
+    default: // MENU, LOCK, BREAK, DEFAULT; TAKE does nothing
+        tav_menu_edid_leave_key(g_tav_button.press);
+        break;
+    }
+}
+
+bool tav_menu_edid_leave_key(uint16_t press) {
+    switch (press) {
     case TAV_PRESS_MENU:
         tav_menu_update(menu_eth_select);
         tav_menu_edid_clear(true);
-        break;
+        return true;
     case TAV_PRESS_LOCK:
     case TAV_PRESS_BREAK:
         tav_menu_update(menu_vid_display);
         tav_menu_edid_clear(true);
-        break;
+        return true;
     case TAV_PRESS_DEFAULT:
-        tav_menu_update(menu_reset);
-        tav_menu_reset_clear();
-        break;
-    default: // TAKE and anything else
-        break;
+        tav_menu_reset_open();
+        return true;
+    default:
+        return false;
     }
 }
 

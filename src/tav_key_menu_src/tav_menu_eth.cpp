@@ -51,18 +51,13 @@ char* value_field(const EthValue& v) {
     return g_tav_eth[sec()].*(v.field);
 }
 
-void open_reset_menu(void) {
-    tav_menu_update(menu_reset);
-    tav_menu_reset_clear();
-}
-
 // Keys common to all pages: MENU/DEFAULT to the reset menu, BREAK/LOCK home.
 // Returns true when the key was one of them.
 bool common_keys(uint16_t press) {
     switch (press) {
     case TAV_PRESS_MENU:
     case TAV_PRESS_DEFAULT:
-        open_reset_menu();
+        tav_menu_reset_open();
         return true;
     case TAV_PRESS_BREAK:
     case TAV_PRESS_LOCK:

@@ -83,6 +83,11 @@ void tav_menu_reset_clear(void) {
     reset_step = 0;
 }
 
+void tav_menu_reset_open(void) {
+    tav_menu_update(menu_reset);
+    tav_menu_reset_clear();
+}
+
 void tav_menu_configure_reset(EM_MATRIX_IRQ_REBOOT_OPT mode) {
     tav_matrix_set_inner_signal_reboot_opt(pmatrixDllHandle, mode);
 }

@@ -14,7 +14,6 @@
 #include "tav_menu_edid.h"
 #include "tav_menu_event_analy.h"
 #include "tav_menu_led.h"
-#include "tav_menu_reset.h"
 
 static uint8_t m_tav_switch_mode = 1;
 static uint8_t m_tav_switch_step = 1;
@@ -100,20 +99,8 @@ void tav_menu_switch_all(void) {
         if (m_tav_switch_step == 3)
             m_tav_switch_step = 5;
         break;
-    case TAV_PRESS_MENU:
-        tav_menu_update(menu_eth_select);
-        tav_menu_edid_clear(true);
-        break;
-    case TAV_PRESS_LOCK:
-    case TAV_PRESS_BREAK:
-        tav_menu_update(menu_vid_display);
-        tav_menu_edid_clear(true);
-        break;
-    case TAV_PRESS_DEFAULT:
-        tav_menu_update(menu_reset);
-        tav_menu_reset_clear();
-        break;
-    default:
+    default: // MENU, LOCK, BREAK, DEFAULT
+        tav_menu_edid_leave_key(g_tav_button.press);
         break;
     }
 }

@@ -134,9 +134,41 @@ void tav_av_to_sw(const TAV_AV_MENU& m, uint8_t start) {
     tav_menu_update(m.kind->switch_menu);
 }
 
-static void tav_av_to_reset(void) {
-    tav_menu_update(menu_reset);
-    tav_menu_reset_clear();
+// LEFT and RIGHT page the list page or the status page over `count` entries
+// and redraw it. Returns false for any other key.
+static bool tav_av_page_key(uint8_t* start, uint8_t count, TAV_ENUM_MENUSTATUS page) {
+    switch (g_tav_button.press) {
+    case TAV_PRESS_LEFT:
+        *start = tav_av_page_left(*start);
+        break;
+    case TAV_PRESS_RIGHT:
+        *start = tav_av_page_right(*start, count);
+        break;
+    default:
+        return false;
+    }
+    tav_menu_update(page);
+    return true;
+}
+
+// The keys that leave the list page and number entry alike: MENU to the next
+// menu of the cycle, LOCK and BREAK home, DEFAULT to the reset menu. TAKE and
+// any other key do nothing.
+static void tav_av_leave_key(const TAV_AV_MENU& m) {
+    switch (g_tav_button.press) {
+    case TAV_PRESS_MENU:
+        tav_menu_update(m.kind->menu_next);
+        break;
+    case TAV_PRESS_LOCK:
+    case TAV_PRESS_BREAK:
+        tav_menu_update(menu_vid_display);
+        break;
+    case TAV_PRESS_DEFAULT:
+        tav_menu_reset_open();
+        break;
+    default:
+        break;
+    }
 }
 
 void tav_av_status_key(const TAV_AV_MENU& m) {
@@ -149,14 +181,6 @@ void tav_av_status_key(const TAV_AV_MENU& m) {
         tav_menu_update(k->io_menu);
         tav_av_reinit(m);
         break;
-    case TAV_PRESS_LEFT:
-        *m.v.switch_start = tav_av_page_left(*m.v.switch_start);
-        tav_menu_update(k->status_menu);
-        break;
-    case TAV_PRESS_RIGHT:
-        *m.v.switch_start = tav_av_page_right(*m.v.switch_start, *k->out_max);
-        tav_menu_update(k->status_menu);
-        break;
     case TAV_PRESS_LOCK:
         tav_menu_update(menu_vid_display);
         break;
@@ -165,40 +189,19 @@ void tav_av_status_key(const TAV_AV_MENU& m) {
             tav_menu_update(k->status_break);
         break;
     case TAV_PRESS_DEFAULT:
-        tav_av_to_reset();
+        tav_menu_reset_open();
         break;
-    default: // TAKE
+    default: // LEFT, RIGHT; TAKE does nothing
+        tav_av_page_key(m.v.switch_start, *k->out_max, k->status_menu);
         break;
     }
 }
 
 void tav_av_io_key(const TAV_AV_MENU& m) {
-    const TAV_AV_KIND* k = m.kind;
-    switch (g_tav_button.press) {
-    case TAV_PRESS_DIGIT:
+    if (g_tav_button.press == TAV_PRESS_DIGIT)
         tav_av_to_sw(m, *m.v.io_start);
-        break;
-    case TAV_PRESS_MENU:
-        tav_menu_update(k->menu_next);
-        break;
-    case TAV_PRESS_LEFT:
-        *m.v.io_start = tav_av_page_left(*m.v.io_start);
-        tav_menu_update(k->io_menu);
-        break;
-    case TAV_PRESS_RIGHT:
-        *m.v.io_start = tav_av_page_right(*m.v.io_start, *m.v.io_max_port);
-        tav_menu_update(k->io_menu);
-        break;
-    case TAV_PRESS_LOCK:
-    case TAV_PRESS_BREAK:
-        tav_menu_update(menu_vid_display);
-        break;
-    case TAV_PRESS_DEFAULT:
-        tav_av_to_reset();
-        break;
-    default: // TAKE
-        break;
-    }
+    else if (!tav_av_page_key(m.v.io_start, *m.v.io_max_port, m.kind->io_menu))
+        tav_av_leave_key(m);
 }
 
 void tav_av_switch_timeout(const TAV_AV_MENU& m) {
@@ -252,17 +255,8 @@ void tav_av_switch_key(const TAV_AV_MENU& m, void (*display)(void), void (*confi
             *m.v.press_state = 1;
         }
         break;
-    case TAV_PRESS_MENU:
-        tav_menu_update(k->menu_next);
-        break;
-    case TAV_PRESS_LOCK:
-    case TAV_PRESS_BREAK:
-        tav_menu_update(menu_vid_display);
-        break;
-    case TAV_PRESS_DEFAULT:
-        tav_av_to_reset();
-        break;
-    default: // TAKE
+    default: // MENU, LOCK, BREAK, DEFAULT; TAKE does nothing
+        tav_av_leave_key(m);
         break;
     }
 }
@@ -344,6 +338,12 @@ static uint8_t tav_av_entry_text(const TAV_AV_MENU& m, char* out, size_t len) {
     return 40;
 }
 
+TAV_AV_SWITCH_STATE tav_av_get_state(const TAV_AV_MENU& m) {
+    const TAV_AV_MENU_VARS& v = m.v;
+    return {*v.switch_start,      *v.io_start,   *v.io_max_port, *v.press_state,    *v.press_start,
+            *v.select_port_state, *v.config_out, *v.config_in,   *v.cursor_pozition};
+}
+
 void tav_av_switch_display(const TAV_AV_MENU& m) {
     const TAV_AV_KIND* k = m.kind;
     if (*m.v.press_state == 4) {
@@ -417,15 +417,7 @@ void tav_config_video_switch(void) {
 }
 
 TAV_AV_SWITCH_STATE tav_video_get_state(void) {
-    return {m_tav_video_switch_start,
-            m_tav_video_io_start,
-            m_tav_video_io_max_port,
-            m_tav_press_state,
-            m_tav_press_start,
-            m_tav_select_port_state,
-            m_config_out,
-            m_config_in,
-            m_tav_cursor_pozition};
+    return tav_av_get_state(m_tav_video_menu);
 }
 
 // ---------------------------------------------------------------------------

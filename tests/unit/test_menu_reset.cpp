@@ -9,6 +9,7 @@
 
 #include "service_menu_support.h"
 #include "tav_menu_dispay_version.h"
+#include "tav_menu_control.h"
 #include "tav_menu_reset.h"
 
 namespace {
@@ -138,6 +139,30 @@ TEST_F(ResetTest, LeavingResetsTheStep) {
         EXPECT_EQ(tav_menu_reset_get_step(), 0);
     }
     EXPECT_TRUE(fakematrix::calls_starting("set_inner_signal_reboot_opt").empty());
+}
+
+// DEFAULT opens the menu at its first step from every menu that reads keys,
+// whatever step it was left in.
+TEST_F(ResetTest, DefaultOpensTheFirstStepFromEveryMenu) {
+    const TAV_ENUM_MENUSTATUS openers[] = {
+        menu_vid_display,    meun_vid_io_display, menu_vid_switch,  menu_aud_display,
+        meun_aud_io_display, menu_aud_switch,     menu_shortcut,    menu_switch_all,
+        menu_switch_vid_all, menu_switch_aud_all, menu_edid_switch, menu_eth_select,
+        menu_eth_display,    menu_eth_ip,         menu_eth_mac,     menu_eth_gate,
+        menu_eth_mask,       menu_display_version};
+    for (TAV_ENUM_MENUSTATUS from : openers) {
+        SCOPED_TRACE(from);
+        g_tav_menu = menu_reset;
+        keys("2T"); // left at the second factory confirmation
+        ASSERT_EQ(tav_menu_reset_get_step(), 3);
+        g_tav_menu = from;
+        g_tav_menu_event = EVENT_NOMAL;
+        svc::press(TAV_PRESS_DEFAULT);
+        tav_nomal_work();
+        EXPECT_EQ(g_tav_menu, menu_reset);
+        EXPECT_EQ(g_tav_menu_event, EVENT_UPDATE);
+        EXPECT_EQ(tav_menu_reset_get_step(), 0);
+    }
 }
 
 } // namespace
