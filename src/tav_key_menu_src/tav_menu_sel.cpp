@@ -13,28 +13,6 @@
 
 namespace {
 
-// The keys that leave both selection menus: MENU to the network pages, LOCK
-// and BREAK home, DEFAULT to the reset menu. Returns false for other keys.
-bool leave_by_key(uint16_t press) {
-    switch (press) {
-    case TAV_PRESS_MENU:
-        tav_menu_update(menu_eth_select);
-        tav_menu_edid_clear(true);
-        return true;
-    case TAV_PRESS_LOCK:
-    case TAV_PRESS_BREAK:
-        tav_menu_update(menu_vid_display);
-        tav_menu_edid_clear(true);
-        return true;
-    case TAV_PRESS_DEFAULT:
-        tav_menu_update(menu_reset);
-        tav_menu_reset_clear();
-        return true;
-    default:
-        return false;
-    }
-}
-
 // Both menus draw two rows and ask for no cursor (column 40 is refused).
 void draw_page(uint8_t row0, uint8_t row1, TAV_ENUM_MENUSTATUS scene) {
     tav_menu_spc_display(displaybuf, row0, row1);
@@ -87,7 +65,7 @@ void tav_menu_sel(void) {
         tav_menu_update(menu_shortcut);
         return;
     }
-    leave_by_key(g_tav_button.press);
+    tav_menu_edid_leave_key(g_tav_button.press);
 }
 
 void tav_menu_sel_display(void) {
@@ -114,7 +92,7 @@ void tav_menu_sel_av_swall(void) {
         tav_menu_update(menu_shortcut);
         return;
     }
-    leave_by_key(press);
+    tav_menu_edid_leave_key(press);
 }
 
 void tav_menu_sel_av_swall_display(void) {
