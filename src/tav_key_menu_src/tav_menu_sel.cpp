@@ -7,7 +7,6 @@
 #include "tav_menu_display_str.h"
 #include "tav_menu_edid.h"
 #include "tav_menu_led.h"
-#include "tav_menu_reset.h"
 #include "tav_menu_switch_all.h"
 #include "tav_menu_var.h"
 
