@@ -132,8 +132,11 @@ class CfgFile : public ::testing::Test {
         }
         tav_menu_strcfg_defaults();
     }
-    // Writes `content` to a temporary file and reads it as the configuration.
+    // Writes `content` to a temporary file and reads it as the configuration,
+    // starting from the built-in state.
     void load(const std::string& content) {
+        TearDown();
+        SetUp();
         char tmpl[] = "/tmp/tav_cfg_XXXXXX";
         int fd = mkstemp(tmpl);
         ASSERT_GE(fd, 0);
@@ -155,21 +158,17 @@ class CfgFile : public ::testing::Test {
 
 } // namespace
 
-TEST(MenuStrcfgDefaults, EveryRowMatchesItsTextAndLeadingBlanks) {
-    tav_menu_strcfg_defaults();
-    ASSERT_EQ(std::size(k_rows), static_cast<size_t>(TAV_MENU_ROWS));
-    for (const RowSpec& r : k_rows) {
-        EXPECT_EQ(row(r.row), default_row(r)) << "row " << r.row;
-    }
-}
-
-TEST(MenuStrcfgDefaults, HeadsHaveSixCharactersAndTheirZeroByte) {
+TEST(MenuStrcfgDefaults, EveryRowAndHeadMatchesItsText) {
     tav_menu_strcfg_defaults();
     const char* heads[] = {"VOSW: ", "VISW: ", "AOSW: ", "AISW: ", "VOUT: ",
                            "VIN : ", "AOUT: ", "AIN : ", "ILIST:", "ILIST:"};
     for (int h = 0; h < TAV_MENU_HEADS; ++h) {
         EXPECT_EQ(head(h), heads[h]) << "head " << h;
         EXPECT_EQ(MENU_SPC_HEAD[h][6], 0) << "head " << h;
+    }
+    ASSERT_EQ(std::size(k_rows), static_cast<size_t>(TAV_MENU_ROWS));
+    for (const RowSpec& r : k_rows) {
+        EXPECT_EQ(row(r.row), default_row(r)) << "row " << r.row;
     }
 }
 
@@ -180,11 +179,9 @@ TEST_F(CfgFile, EveryRowKeySetsItsOwnRowOnly) {
             continue;
         }
         ++keyed;
-        SetUp();
         load(std::string(r.key) + " {Row " + std::to_string(r.row) + "}\n");
         EXPECT_EQ(row(r.row), pad40("Row " + std::to_string(r.row))) << r.key;
         expect_other_rows_default(r.row);
-        TearDown();
     }
     EXPECT_EQ(keyed, 68);
 }
@@ -197,12 +194,10 @@ TEST_F(CfgFile, HeadKeysTakeTheFirstSixCharacters) {
         "Manual_cfg_audio_io_head_line1=",     "Manual_cfg_audio_io_head_line2=",
         "Manual_cfg_video_swall_head_line1=",  "Manual_cfg_audio_swall_head_line1="};
     for (int h = 0; h < TAV_MENU_HEADS; ++h) {
-        SetUp();
         load(std::string(keys[h]) + " {" + std::to_string(h) + "ABCDEFGHI}\n");
         EXPECT_EQ(head(h), std::to_string(h) + "ABCDE") << keys[h];
         EXPECT_EQ(MENU_SPC_HEAD[h][6], 0);
         EXPECT_EQ(head(h == 0 ? 1 : 0), h == 0 ? "VISW: " : "VOSW: ");
-        TearDown();
     }
     // A short value is padded, an unreadable one blanks the head.
     load("Manual_cfg_video_io_head_line2= {IN}\nManual_cfg_audio_swall_head_line1={X}\n");
@@ -218,7 +213,6 @@ struct FlagCase {
 };
 
 TEST_F(CfgFile, ShortcutFlagsAreTrueOnlyForALeadingOne) {
-    // Built-in values: 1 and 7 on, 3, 4, 6 and 9 off.
     const FlagCase cases[] = {
         {"Manual_cfg_cppy_edid_key_7_valid= {0}", &g_tav_shortcut_key7, false},
         {"Manual_cfg_cppy_edid_key_7_valid= {yes}", &g_tav_shortcut_key7, false},
@@ -233,10 +227,8 @@ TEST_F(CfgFile, ShortcutFlagsAreTrueOnlyForALeadingOne) {
         {"Manual_cfg_set_delay_key_9_valid= {1", &g_tav_shortcut_key9, true},
     };
     for (const FlagCase& c : cases) {
-        SetUp();
         load(std::string(c.line) + "\n");
         EXPECT_EQ(*c.flag, c.expected) << c.line;
-        TearDown();
     }
 }
 
@@ -272,11 +264,9 @@ TEST_F(CfgFile, ValueFormOfATextRow) {
         {"empty file", "", dflt},
     };
     for (const ValueCase& c : cases) {
-        SetUp();
         load(c.file);
         EXPECT_EQ(row(1), pad40(c.row1)) << c.name;
         expect_other_rows_default(1);
-        TearDown();
     }
 }
 
@@ -285,18 +275,13 @@ TEST_F(CfgFile, ALineWithTwoKeysAppliesTheEarlierKeyOfTheReadingOrder) {
     load("Manual_cfg_matrix_name= {M} Manual_cfg_vendor_name= {V}\n");
     EXPECT_EQ(row(1), pad40("V"));
     EXPECT_EQ(row(2), pad40(std::string(11, ' ') + "TR-90QX MATRIX"));
-    TearDown();
 
     // Row 21's key is read before row 20's.
-    SetUp();
     load("Manual_cfg_LinuxArm_updating_line1= {L} Manual_cfg_Device_update_complete_line2= {D}\n");
     EXPECT_EQ(row(21), pad40("D"));
     EXPECT_EQ(row(20), pad40(std::string(9, ' ') + "Linux ARM is Updating"));
-    TearDown();
 
-    // Shortcut keys come before every text key; the value is the one after
-    // the shortcut key.
-    SetUp();
+    // Shortcut keys come before every text key; the value follows the shortcut key.
     load("Manual_cfg_vendor_name= {1} Manual_cfg_close_out_key_3_valid= {1}\n");
     EXPECT_TRUE(g_tav_shortcut_key3);
     expect_other_rows_default(-1);
@@ -307,23 +292,17 @@ TEST_F(CfgFile, LongLinesAreReadInPiecesOf127Characters) {
     // A key that starts the second piece is found.
     load(std::string(127, '-') + key + " {SECOND}\n");
     EXPECT_EQ(row(1), pad40("SECOND"));
-    TearDown();
 
     // A key cut by the piece boundary is found in neither piece.
-    SetUp();
     load(std::string(120, '-') + key + " {CUT}\n");
     EXPECT_EQ(row(1), pad40("      QUORAL ELECTRONICS Co.,LTD"));
-    TearDown();
 
     // A value cut by the boundary ends with the first piece.
-    SetUp();
     const std::string first = std::string(100, '-') + key + " {";
     load(first + std::string(30, 'v') + "}\n");
     EXPECT_EQ(row(1), pad40(std::string(127 - first.size(), 'v')));
-    TearDown();
 
     // A line of 400 characters with keys in its third and fourth pieces.
-    SetUp();
     std::string line(400, '.');
     const std::string k2 = "Manual_cfg_matrix_name= {P3}";
     const std::string k3 = "Manual_cfg_load_main= {P4}";
@@ -362,20 +341,4 @@ TEST_F(CfgFile, ARealisticFileWithCommentsAndBinaryNoise) {
     EXPECT_FALSE(g_tav_shortcut_key7);
     EXPECT_EQ(row(3), pad40(std::string(9, ' ') + "Loading Main Setup"));
     EXPECT_EQ(row(4), pad40("WAIT\xe9"));
-}
-
-TEST_F(CfgFile, NamedKeyFunctionsReportWhetherTheLineCarriesTheirKey) {
-    char other[] = "Manual_cfg_matrix_name= {X}";
-    EXPECT_EQ(tav_menu_cfg_vendor_name(other), 1);
-    EXPECT_EQ(row(1), pad40("      QUORAL ELECTRONICS Co.,LTD"));
-    char mine[] = "Manual_cfg_update_Err_line1= {E}";
-    EXPECT_EQ(tav_menu_cfg_update_err_line1(mine), 0);
-    EXPECT_EQ(row(25), pad40("E"));
-    char inner[] = "Manual_cfg_Inner_Net_Switcher_updating_line1= {N}";
-    EXPECT_EQ(tav_menu_cfg_Inner_Net_Switcher_update_line1(inner), 0);
-    EXPECT_EQ(row(73), pad40("N"));
-    char flag[] = "Manual_cfg_cppy_edid_key_7_valid={1}";
-    EXPECT_EQ(tav_menu_cfg_shortcut_key7(flag), 0);
-    EXPECT_FALSE(g_tav_shortcut_key7);
-    EXPECT_EQ(tav_menu_cfg_audio_swall(nullptr), 1);
 }

@@ -141,7 +141,6 @@ TEST(PanelModel, SplitAtEveryPositionEqualsWholeStream) {
         EXPECT_EQ(m.state().cursor_col, 7);
         EXPECT_EQ(m.handshakes(), 1u);
     }
-    // Byte by byte as well.
     PanelModel bytewise;
     for (uint8_t b : stream) {
         bytewise.feed(&b, 1);
@@ -212,15 +211,7 @@ TEST(PanelModel, FrameLimitDropsOldFramesButNotCounts) {
     EXPECT_LE(m.frames().size(), 4u);
     EXPECT_EQ(m.frames_total(), 10u);
     EXPECT_EQ(m.handshakes(), 10u);
-}
-
-TEST(PanelModel, FrameTimesAreOrdered) {
-    PanelModel m;
-    feed(m, {0xEB, 0x5F, 0x21, 0x02, 0x00, 0x00, 0x0F});
-    feed(m, {0xEB, 0x5F, 0x21, 0x02, 0x00, 0x00, 0x0F});
-    ASSERT_EQ(m.frames().size(), 2u);
-    EXPECT_GE(m.frames()[0].t, 0.0);
-    EXPECT_LE(m.frames()[0].t, m.frames()[1].t);
+    EXPECT_LE(m.frames().front().t, m.frames().back().t);
 }
 
 struct BuildCase {
@@ -247,13 +238,5 @@ INSTANTIATE_TEST_SUITE_P(Panel, PanelFrameBuilders, ::testing::Values(
     BuildCase{"version", tavpanel::version_frame(2, 5, 1, 2), "EB 5F 21 06 00 00 02 05 01 02 0F"}),
     [](const auto& info) { return std::string(info.param.name); });
 // clang-format on
-
-TEST(PanelModel, DescribeNamesTheCommand) {
-    EXPECT_EQ(tavpanel::describe(text_frame(1, 3, "Hi\x01")), "lcd_text line 1 col 3 \"Hi.\"");
-    EXPECT_EQ(tavpanel::describe({0xEB, 0x5F, 0x00, 0x01, 0xF7, 0xA5}),
-              "error_reply order 00 code F7");
-    EXPECT_EQ(tavpanel::describe({0xEB, 0x5F, 0x21, 0x01, 0x7E, 0x0F}),
-              "unknown EB 5F 21 01 7E 0F");
-}
 
 } // namespace

@@ -1,6 +1,7 @@
 // Frame parser, key decoding, version answer and the replies to the panel.
 #include <gtest/gtest.h>
 
+#include <string>
 #include <vector>
 
 #include "foundation_support.h"
@@ -12,6 +13,19 @@ namespace {
 using Bytes = std::vector<uint8_t>;
 
 const char* ERROR_REPLY = "EB 5F 00 01 F7 A5";
+
+Bytes key_frame(uint32_t mask, uint8_t check = 0x0F) {
+    Bytes f{0xEB, 0x5F, 0x21, 0x05, 0x07};
+    for (int shift = 24; shift >= 0; shift -= 8) {
+        f.push_back(static_cast<uint8_t>(mask >> shift));
+    }
+    f.push_back(check);
+    return f;
+}
+Bytes cat(Bytes a, const Bytes& b) {
+    a.insert(a.end(), b.begin(), b.end());
+    return a;
+}
 
 class PanelProtocol : public ::testing::Test {
   protected:
@@ -31,18 +45,6 @@ class PanelProtocol : public ::testing::Test {
         if (pos < bytes.size()) {
             tav_analyze_data(bytes.data() + pos, static_cast<uint8_t>(bytes.size() - pos));
         }
-    }
-    static Bytes key_frame(uint32_t mask, uint8_t check = 0x0F) {
-        return {0xEB,
-                0x5F,
-                0x21,
-                0x05,
-                0x07,
-                static_cast<uint8_t>(mask >> 24),
-                static_cast<uint8_t>(mask >> 16),
-                static_cast<uint8_t>(mask >> 8),
-                static_cast<uint8_t>(mask),
-                check};
     }
     static bool key_event() { return (tav_gethardkey_event() & TAV_EVENT_KEY) != 0; }
     static bool ver_event() { return (tav_gethardkey_event() & TAV_EVENT_HARDVER) != 0; }
@@ -64,58 +66,55 @@ TEST_P(KeyMask, DecodesExactlyOneKeyOrRelease) {
     EXPECT_EQ(fndtest::take_hex(), "");
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Masks, KeyMask,
-    ::testing::Values(MaskCase{0x4000, true, TAV_KEY_TAKE}, MaskCase{0x0001, true, TAV_KEY_0},
-                      MaskCase{0x0200, true, TAV_KEY_9}, MaskCase{0x0400, true, TAV_KEY_LEFT},
-                      MaskCase{0x0800, true, TAV_KEY_RIGHT}, MaskCase{0x1000, true, TAV_KEY_BREAK},
-                      MaskCase{0x2000, true, TAV_KEY_DEFAULT}, MaskCase{0x8000, true, TAV_KEY_MENU},
-                      MaskCase{0x10000, true, TAV_KEY_LOCK}, MaskCase{0, true, TAV_KEY_NULL},
-                      MaskCase{0x4001, false, TAV_KEY_NULL}, MaskCase{0x20000, false, TAV_KEY_NULL},
-                      MaskCase{0x80000000u, false, TAV_KEY_NULL},
-                      MaskCase{0xFFFFFFFFu, false, TAV_KEY_NULL}));
+// clang-format off
+INSTANTIATE_TEST_SUITE_P(Masks, KeyMask, ::testing::Values(
+    MaskCase{0x4000, true, TAV_KEY_TAKE}, MaskCase{0x0001, true, TAV_KEY_0}, MaskCase{0x0200, true, TAV_KEY_9},
+    MaskCase{0x0400, true, TAV_KEY_LEFT}, MaskCase{0x0800, true, TAV_KEY_RIGHT}, MaskCase{0x1000, true, TAV_KEY_BREAK},
+    MaskCase{0x2000, true, TAV_KEY_DEFAULT}, MaskCase{0x8000, true, TAV_KEY_MENU}, MaskCase{0x10000, true, TAV_KEY_LOCK},
+    MaskCase{0, true, TAV_KEY_NULL}, MaskCase{0x4001, false, TAV_KEY_NULL}, MaskCase{0x20000, false, TAV_KEY_NULL},
+    MaskCase{0x80000000u, false, TAV_KEY_NULL}, MaskCase{0xFFFFFFFFu, false, TAV_KEY_NULL}));
+// clang-format on
 
-// The same TAKE frame, however the reads cut it, behind garbage or not.
-struct SplitCase {
-    Bytes prefix;
+// Byte streams, however the reads cut them, and the key they leave.
+struct StreamCase {
+    const char* name;
+    Bytes bytes;
     std::vector<size_t> chunks;
+    TAV_KEY_ENUM key;
 };
 
-class SplitFrame : public PanelProtocol, public ::testing::WithParamInterface<SplitCase> {};
+class Streams : public PanelProtocol, public ::testing::WithParamInterface<StreamCase> {};
 
-TEST_P(SplitFrame, DecodesLikeOneRead) {
-    Bytes b = GetParam().prefix;
-    Bytes f = key_frame(0x4000);
-    b.insert(b.end(), f.begin(), f.end());
-    feed(b, GetParam().chunks);
+TEST_P(Streams, DecodeTheKey) {
+    feed(GetParam().bytes, GetParam().chunks);
     EXPECT_TRUE(key_event());
-    EXPECT_EQ(tav_getkey_val(), TAV_KEY_TAKE);
+    EXPECT_EQ(tav_getkey_val(), GetParam().key);
 }
 
-INSTANTIATE_TEST_SUITE_P(Chunks, SplitFrame,
-                         ::testing::Values(SplitCase{{}, {}}, SplitCase{{}, {3, 7}},
-                                           SplitCase{{}, {1, 1, 1, 1, 1, 1, 1, 1, 1, 1}},
-                                           SplitCase{{}, {9, 1}},
-                                           SplitCase{{0x00, 0x5F, 0x21, 0x07, 0xFF}, {2, 4}},
-                                           SplitCase{{0xEB}, {}},
-                                           SplitCase{{0xEB, 0x5F, 0x21}, {}}));
-
-TEST_F(PanelProtocol, HeadInsideAFrameRestartsAtThatByte) {
-    // A key frame for digit 1 cut off by the head of a TAKE frame.
-    Bytes b = {0xEB, 0x5F, 0x21, 0x05, 0x07, 0x00, 0x00};
-    Bytes f = key_frame(0x4000);
-    b.insert(b.end(), f.begin(), f.end());
-    feed(b);
-    EXPECT_EQ(tav_getkey_val(), TAV_KEY_TAKE);
-}
+const Bytes kTake = key_frame(0x4000);
+// clang-format off
+INSTANTIATE_TEST_SUITE_P(Cases, Streams, ::testing::Values(
+    StreamCase{"OneRead", kTake, {}, TAV_KEY_TAKE},
+    StreamCase{"TwoReads", kTake, {3, 7}, TAV_KEY_TAKE},
+    StreamCase{"ByteByByte", kTake, {1, 1, 1, 1, 1, 1, 1, 1, 1, 1}, TAV_KEY_TAKE},
+    StreamCase{"CheckByteAlone", kTake, {9, 1}, TAV_KEY_TAKE},
+    StreamCase{"BehindGarbage", cat({0x00, 0x5F, 0x21, 0x07, 0xFF}, kTake), {2, 4}, TAV_KEY_TAKE},
+    StreamCase{"BehindLoneHead", cat({0xEB}, kTake), {}, TAV_KEY_TAKE},
+    StreamCase{"BehindHeadAndAddress", cat({0xEB, 0x5F, 0x21}, kTake), {}, TAV_KEY_TAKE},
+    // A digit-1 frame cut off by the head of the TAKE frame: restart there.
+    StreamCase{"HeadInsideAFrame", cat({0xEB, 0x5F, 0x21, 0x05, 0x07, 0x00, 0x00}, kTake), {}, TAV_KEY_TAKE},
+    // The same data again without a head lands behind the frame's data.
+    StreamCase{"BytesAfterAFrameNotDispatchedAgain", cat(key_frame(0x0002), {0x5F, 0x21, 0x05, 0x07, 0x00, 0x00, 0x40, 0x00, 0x0F}), {}, TAV_KEY_1},
+    StreamCase{"CheckByteNotVerified00", key_frame(0x0020, 0x00), {}, TAV_KEY_5},
+    StreamCase{"CheckByteNotVerifiedFF", key_frame(0x0020, 0xFF), {}, TAV_KEY_5},
+    StreamCase{"ShortFrameMissingMaskIsRelease", {0xEB, 0x5F, 0x21, 0x01, 0x07, 0x0F}, {}, TAV_KEY_NULL}),
+    [](const auto& info) { return std::string(info.param.name); });
+// clang-format on
 
 TEST_F(PanelProtocol, TwoFramesInOneReadAreHandledInOrder) {
-    Bytes b = key_frame(0x0002);
-    Bytes v = {0xEB, 0x5F, 0x21, 0x06, 0x00, 0x00, 0x02, 0x05, 0x01, 0x02, 0x33};
-    Bytes k = key_frame(0x0008);
-    b.insert(b.end(), v.begin(), v.end());
-    b.insert(b.end(), k.begin(), k.end());
-    feed(b);
+    feed(cat(
+        cat(key_frame(0x0002), {0xEB, 0x5F, 0x21, 0x06, 0x00, 0x00, 0x02, 0x05, 0x01, 0x02, 0x33}),
+        key_frame(0x0008)));
     // Events are not queued: the later key replaces the earlier one.
     EXPECT_EQ(tav_getkey_val(), TAV_KEY_3);
     EXPECT_TRUE(key_event());
@@ -123,6 +122,7 @@ TEST_F(PanelProtocol, TwoFramesInOneReadAreHandledInOrder) {
     EXPECT_EQ(tav_get_hardkey_main_ver(), 2);
     EXPECT_EQ(tav_get_hardkey_minor_ver(), 5);
     EXPECT_EQ(tav_get_hardkey_build_ver(), 3);
+    EXPECT_EQ(fndtest::take_hex(), "");
 }
 
 TEST_F(PanelProtocol, DroppedFramesLeaveNoTrace) {
@@ -138,41 +138,6 @@ TEST_F(PanelProtocol, DroppedFramesLeaveNoTrace) {
         EXPECT_EQ(tav_gethardkey_event(), 0);
         EXPECT_EQ(tav_getkey_val(), TAV_KEY_NULL);
     }
-    EXPECT_EQ(fndtest::take_hex(), "");
-}
-
-TEST_F(PanelProtocol, BytesAfterADispatchedFrameAreNotDispatchedAgain) {
-    Bytes b = key_frame(0x0002);
-    // The same data again without a head: lands behind the frame's data.
-    Bytes tail = {0x5F, 0x21, 0x05, 0x07, 0x00, 0x00, 0x40, 0x00, 0x0F};
-    b.insert(b.end(), tail.begin(), tail.end());
-    feed(b);
-    EXPECT_EQ(tav_getkey_val(), TAV_KEY_1);
-}
-
-TEST_F(PanelProtocol, CheckByteIsNotVerified) {
-    for (uint8_t check : {0x00, 0x0F, 0xA5, 0xFF}) {
-        tav_clear_keyevent(TAV_EVENT_KEY);
-        feed(key_frame(0x0020, check));
-        EXPECT_TRUE(key_event()) << int(check);
-        EXPECT_EQ(tav_getkey_val(), TAV_KEY_5);
-    }
-}
-
-TEST_F(PanelProtocol, ShortKeyFrameReadsMissingMaskBytesAsZero) {
-    // Length 1: only the sub-command, so the mask is 0 = all released.
-    feed({0xEB, 0x5F, 0x21, 0x01, 0x07, 0x0F});
-    EXPECT_TRUE(key_event());
-    EXPECT_EQ(tav_getkey_val(), TAV_KEY_NULL);
-}
-
-TEST_F(PanelProtocol, VersionAnswerSetsVersionAndEvent) {
-    feed({0xEB, 0x5F, 0x21, 0x06, 0x00, 0x00, 0x02, 0x05, 0x01, 0x02, 0x0F});
-    EXPECT_TRUE(ver_event());
-    EXPECT_FALSE(key_event());
-    EXPECT_EQ(tav_get_hardkey_main_ver(), 2);
-    EXPECT_EQ(tav_get_hardkey_minor_ver(), 5);
-    EXPECT_EQ(tav_get_hardkey_build_ver(), 3);
     EXPECT_EQ(fndtest::take_hex(), "");
 }
 

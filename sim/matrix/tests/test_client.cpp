@@ -73,13 +73,10 @@ class SimCore : public ::testing::Test {
     }
 
     void start(int startup_delay_ms = 0, const std::string& chassis = "") {
-        std::vector<std::string> a = {TAV_SIM_BIN_DIR "/tav_matrix_core",
-                                      "--root",
-                                      root,
-                                      "--startup-delay-ms",
-                                      std::to_string(startup_delay_ms),
-                                      "--normal-delay-ms",
-                                      "50"};
+        // clang-format off
+        std::vector<std::string> a = {TAV_SIM_BIN_DIR "/tav_matrix_core", "--root", root,
+            "--startup-delay-ms", std::to_string(startup_delay_ms), "--normal-delay-ms", "50"};
+        // clang-format on
         if (!chassis.empty()) {
             std::ofstream(root + "/chassis.txt") << chassis;
             a.push_back("--chassis");
@@ -132,9 +129,13 @@ class SimCore : public ::testing::Test {
         const int st = pclose(p);
         return st == 0 ? out : "ERR " + out;
     }
-    void* open_registered(uint32_t mask) {
+    static void* open_core() {
         void* h = tav_matrix_open(TAV_MATRIX_OPEN_VERSION);
         EXPECT_NE(h, nullptr);
+        return h;
+    }
+    void* open_registered(uint32_t mask) {
+        void* h = open_core();
         g_rec.handle = h;
         EXPECT_EQ(tav_matrix_register_inner_signal(h, mask, on_signal), 0);
         // The signal stream is open once the core lists it.
@@ -149,25 +150,17 @@ long ms_since(steady_clock::time_point t) {
     return duration_cast<milliseconds>(steady_clock::now() - t).count();
 }
 
-// ---- open --------------------------------------------------------------------
-
-TEST_F(SimCore, OpenFailsFastWithoutACore) {
+TEST_F(SimCore, OpenFailsFastWithoutACoreOrWhenMadeToFail) {
     const auto t = steady_clock::now();
     EXPECT_EQ(tav_matrix_open(TAV_MATRIX_OPEN_VERSION), nullptr);
     EXPECT_LT(ms_since(t), 200);
-}
-
-TEST_F(SimCore, OpenCanBeMadeToFailAndSucceedAgain) {
     start();
     ASSERT_EQ(ctl("fail open"), "");
     EXPECT_EQ(tav_matrix_open(TAV_MATRIX_OPEN_VERSION), nullptr);
     ASSERT_EQ(ctl("fail open off"), "");
-    void* h = tav_matrix_open(TAV_MATRIX_OPEN_VERSION);
-    ASSERT_NE(h, nullptr);
+    void* h = open_core();
     EXPECT_EQ(tav_matrix_get_device_type(h), 32);
 }
-
-// ---- switching ------------------------------------------------------------------
 
 struct Twin {
     const char* name;
@@ -203,14 +196,13 @@ TEST_P(SimSwitch, RoutesApplyOnlyWithDoneInCallOrder) {
     // Refused routes: an output as input, an input as output, port 16's audio.
     EXPECT_LT(t.set(h, 20, 17), 0);
     EXPECT_LT(t.set(h, 1, 2), 0);
-    const std::string kind = std::string(t.name) == "Video" ? "video" : "audio";
-    EXPECT_EQ(ctl("log " + std::string(t.name == std::string("Video") ? "set_video stash_video"
-                                                                      : "set_audio stash_audio")),
-              "set_" + kind + "_switch(5,17)\nstash_" + kind + "_switch_data(5,17)\nset_" + kind +
-                  "_switch(0,18)\nstash_" + kind + "_switch_data(0,18)\nset_" + kind +
-                  "_switch_done()\nset_" + kind + "_switch(20,17)\nset_" + kind + "_switch(1,2)\n");
-    EXPECT_NE(ctl("state").find("route 17 " +
-                                std::string(kind == "video" ? "video=5" : "video=1 audio=5")),
+    const bool video = std::string(t.name) == "Video";
+    const std::string set = video ? "set_video_switch" : "set_audio_switch";
+    const std::string stash = video ? "stash_video_switch_data" : "stash_audio_switch_data";
+    EXPECT_EQ(ctl(video ? "log set_video stash_video" : "log set_audio stash_audio"),
+              set + "(5,17)\n" + stash + "(5,17)\n" + set + "(0,18)\n" + stash + "(0,18)\n" + set +
+                  "_done()\n" + set + "(20,17)\n" + set + "(1,2)\n");
+    EXPECT_NE(ctl("state").find(video ? "route 17 video=5" : "route 17 video=1 audio=5"),
               std::string::npos);
 }
 
@@ -226,17 +218,14 @@ INSTANTIATE_TEST_SUITE_P(
 
 TEST_F(SimCore, AudioLessPortIsNeitherInputNorOutputForAudio) {
     start();
-    void* h = tav_matrix_open(TAV_MATRIX_OPEN_VERSION);
-    ASSERT_NE(h, nullptr);
+    void* h = open_core();
     EXPECT_EQ(tav_matrix_get_active_video_pipe_io(h, 16), em_matrix_in);
     EXPECT_EQ(tav_matrix_get_active_audio_pipe_io(h, 16), em_matrix_ioundefine);
     EXPECT_EQ(tav_matrix_get_active_video_pipe_io(h, 33), em_matrix_unknown);
     EXPECT_LT(tav_matrix_set_audio_switch(h, 16, 17), 0);
 }
 
-// ---- signals ---------------------------------------------------------------------
-
-TEST_F(SimCore, CallbackOnlyForRegisteredBitsWithTheRecord) {
+TEST_F(SimCore, CallbackOnlyForRegisteredBitsUntilUnregistered) {
     start();
     open_registered(TAV_MATRIX_SIG_VIDEO_CONNECT | TAV_MATRIX_SIG_SLOT);
     ASSERT_EQ(ctl("raise 0x0040 9"), "");                     // not registered
@@ -252,6 +241,9 @@ TEST_F(SimCore, CallbackOnlyForRegisteredBitsWithTheRecord) {
     for (int i = 1; i < 4; ++i)
         EXPECT_EQ(recs[i].sig_bit_map, TAV_MATRIX_SIG_SLOT);
     EXPECT_EQ(g_rec.wait(5, 150).size(), 4u);
+    ASSERT_EQ(tav_matrix_unregister_inner_signal(g_rec.handle.load(), TAV_MATRIX_SIG_MASK), 0);
+    ASSERT_EQ(ctl("raise 0x20 --count 5"), "");
+    EXPECT_EQ(g_rec.wait(5, 300).size(), 4u);
 }
 
 TEST_F(SimCore, BurstOfTenThousandSignalsArrivesWhole) {
@@ -297,35 +289,16 @@ TEST_P(SimRaise, RecordCarriesBitsAndParameter) {
     EXPECT_EQ((long)rec.src_parameter, r.param < 0 ? (long)(getpid() & 0xFFFF) : r.param);
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Kinds, SimRaise,
-    ::testing::Values(Raised{"LockFromThisProcess", nullptr,
-                             tav_matrix_set_inner_signal_lock_fp_opt, 0x2000, -1},
-                      Raised{"RebootRequest", nullptr, reboot_factory, 0x1000, 2},
-                      Raised{"RebootAnnounced", "reboot 3", nullptr, 0x1000, 3},
-                      Raised{"ForeignLockHighBits", "lock 1 0x10005", nullptr, 0x2000, 0x10005},
-                      Raised{"UpdateStart", "update start 5", nullptr, 0x0800, 0x8005},
-                      Raised{"RouteBehindTheBack", "route video 20 9", nullptr, 0x0020, 0}),
+// clang-format off
+INSTANTIATE_TEST_SUITE_P(Kinds, SimRaise, ::testing::Values(
+    Raised{"LockFromThisProcess", nullptr, tav_matrix_set_inner_signal_lock_fp_opt, 0x2000, -1},
+    Raised{"RebootRequest", nullptr, reboot_factory, 0x1000, 2},
+    Raised{"RebootAnnounced", "reboot 3", nullptr, 0x1000, 3},
+    Raised{"ForeignLockHighBits", "lock 1 0x10005", nullptr, 0x2000, 0x10005},
+    Raised{"UpdateStart", "update start 5", nullptr, 0x0800, 0x8005},
+    Raised{"RouteBehindTheBack", "route video 20 9", nullptr, 0x0020, 0}),
     [](const ::testing::TestParamInfo<Raised>& i) { return std::string(i.param.name); });
-
-TEST_F(SimCore, LockFileWrittenAsAnotherApplicationWould) {
-    start();
-    ASSERT_EQ(ctl("lock 1"), "");
-    std::ifstream f(root + "/nandflash/config/.tav_lock_fp");
-    std::string s;
-    std::getline(f, s);
-    EXPECT_EQ(s, "1");
-}
-
-TEST_F(SimCore, UnregisterStopsTheCallbacks) {
-    start();
-    void* h = open_registered(TAV_MATRIX_SIG_MASK);
-    ASSERT_EQ(ctl("raise 0x20"), "");
-    ASSERT_EQ(g_rec.wait(1).size(), 1u);
-    ASSERT_EQ(tav_matrix_unregister_inner_signal(h, TAV_MATRIX_SIG_MASK), 0);
-    ASSERT_EQ(ctl("raise 0x20 --count 5"), "");
-    EXPECT_EQ(g_rec.wait(2, 300).size(), 1u);
-}
+// clang-format on
 
 TEST_F(SimCore, CardPulledAndInsertedWithSlotAndPortSignals) {
     start();
@@ -357,10 +330,9 @@ TEST_F(SimCore, CardPulledAndInsertedWithSlotAndPortSignals) {
     EXPECT_EQ(tav_matrix_get_active_video_pipe_io(h, 9), em_matrix_in);
 }
 
-TEST_F(SimCore, UpdateProgressFollowsTheControlClient) {
+TEST_F(SimCore, UpdateProgressAndLockFileFollowTheControlClient) {
     start();
-    void* h = tav_matrix_open(TAV_MATRIX_OPEN_VERSION);
-    ASSERT_NE(h, nullptr);
+    void* h = open_core();
     ASSERT_EQ(ctl("update start 5"), "");
     EXPECT_EQ(tav_matrix_get_iap_process_slotID(h), 5);
     EXPECT_EQ(tav_matrix_get_iap_process_PCT(h, 5), 0);
@@ -369,14 +341,15 @@ TEST_F(SimCore, UpdateProgressFollowsTheControlClient) {
     EXPECT_EQ(tav_matrix_get_iap_process_PCT(h, 4), 0);
     ASSERT_EQ(ctl("update finish"), "");
     EXPECT_EQ(tav_matrix_get_iap_process_PCT(h, 5), 100);
+    ASSERT_EQ(ctl("lock 1"), ""); // the lock file, as another application writes it
+    std::string s;
+    std::getline(std::ifstream(root + "/nandflash/config/.tav_lock_fp"), s);
+    EXPECT_EQ(s, "1");
 }
-
-// ---- EDIDs -------------------------------------------------------------------------
 
 TEST_F(SimCore, EdidCopyReachesTheDestinationInput) {
     start();
-    void* h = tav_matrix_open(TAV_MATRIX_OPEN_VERSION);
-    ASSERT_NE(h, nullptr);
+    void* h = open_core();
     tavsim::Edid e{};
     e.fill(0xFF);
     ASSERT_EQ(tav_matrix_get_port_edid(h, 1, em_matrix_edid_in, e.data(), 256), 0);
@@ -386,15 +359,12 @@ TEST_F(SimCore, EdidCopyReachesTheDestinationInput) {
     ASSERT_EQ(tav_matrix_get_port_edid(h, 9, em_matrix_edid_default, e.data(), 256), 0);
     EXPECT_EQ(tavsim::edid_name(e), "TAV-1080P");
     ASSERT_EQ(tav_matrix_set_port_edid(h, 5, em_matrix_edid_in, e.data(), 256), 0);
-    EXPECT_NE(ctl("state").find("edid 5 kind=in name=TAV-1080P crc=" +
-                                [&] {
-                                    char b[16];
-                                    std::snprintf(b, sizeof b, "%08x", tavsim::edid_crc(e));
-                                    return std::string(b);
-                                }()),
+    char crc[16];
+    std::snprintf(crc, sizeof crc, "%08x", tavsim::edid_crc(e));
+    EXPECT_NE(ctl("state").find(std::string("edid 5 kind=in name=TAV-1080P crc=") + crc),
               std::string::npos);
-    // Refusals: the sink of an output without one, an input's EDID of an
-    // output, a write to an output, a forced failure.
+    // Refused: a missing sink, an input's EDID of an output, a write to an
+    // output, a forced failure.
     EXPECT_LT(tav_matrix_get_port_edid(h, 32, em_matrix_edid_load, e.data(), 256), 0);
     EXPECT_LT(tav_matrix_get_port_edid(h, 17, em_matrix_edid_in, e.data(), 256), 0);
     EXPECT_LT(tav_matrix_set_port_edid(h, 17, em_matrix_edid_in, e.data(), 256), 0);
@@ -404,12 +374,9 @@ TEST_F(SimCore, EdidCopyReachesTheDestinationInput) {
               "set_port_edid(5,0,256)\nset_port_edid(17,0,256)\nset_port_edid(5,0,256)\n");
 }
 
-// ---- a core that goes away -----------------------------------------------------------
-
 TEST_F(SimCore, CoreKilledMidCallGivesAnErrorNotAHang) {
     start();
-    void* h = tav_matrix_open(TAV_MATRIX_OPEN_VERSION);
-    ASSERT_NE(h, nullptr);
+    void* h = open_core();
     ASSERT_EQ(kill(core, SIGSTOP), 0); // the call below now waits for an answer
     std::atomic<int32_t> rc{1};
     const auto t = steady_clock::now();
@@ -428,8 +395,7 @@ TEST_F(SimCore, CoreKilledMidCallGivesAnErrorNotAHang) {
 TEST_F(SimCore, SilentCoreTimesOutAndIsReachedAgainLater) {
     setenv("TAV_MATRIX_TIMEOUT_MS", "300", 1);
     start();
-    void* h = tav_matrix_open(TAV_MATRIX_OPEN_VERSION);
-    ASSERT_NE(h, nullptr);
+    void* h = open_core();
     ASSERT_EQ(kill(core, SIGSTOP), 0);
     const auto t = steady_clock::now();
     EXPECT_LT(tav_matrix_get_device_type(h), 0);
@@ -438,8 +404,6 @@ TEST_F(SimCore, SilentCoreTimesOutAndIsReachedAgainLater) {
     ASSERT_EQ(kill(core, SIGCONT), 0);
     EXPECT_EQ(tav_matrix_get_device_type(h), 32);
 }
-
-// ---- several threads -------------------------------------------------------------------
 
 TEST_F(SimCore, ConcurrentCallsFromTwoThreadsWhileSignalsArrive) {
     start();
@@ -469,8 +433,6 @@ TEST_F(SimCore, ConcurrentCallsFromTwoThreadsWhileSignalsArrive) {
     EXPECT_EQ(g_rec.wait(200).size(), 200u); // one connection signal per done
 }
 
-// ---- the PID file --------------------------------------------------------------------
-
 TEST_F(SimCore, PidFileLockHeldForTheStartupDelay) {
     const auto t = steady_clock::now();
     start(800);
@@ -483,12 +445,10 @@ TEST_F(SimCore, PidFileLockHeldForTheStartupDelay) {
     struct flock q {};
     q.l_type = F_WRLCK;
     q.l_whence = SEEK_SET;
+    struct flock w = q;
     ASSERT_EQ(fcntl(fd, F_GETLK, &q), 0);
     EXPECT_EQ(q.l_type, F_WRLCK);
     EXPECT_EQ(q.l_pid, core);
-    struct flock w {};
-    w.l_type = F_WRLCK;
-    w.l_whence = SEEK_SET;
     ASSERT_EQ(fcntl(fd, F_SETLKW, &w), 0); // returns once the core lets go
     EXPECT_GE(ms_since(t), 750);
     EXPECT_LT(ms_since(t), 3000);
