@@ -87,18 +87,16 @@ inline void fill_kind(const Ports& p, bool video) {
         pb[i].in_for_out = 0xFF;
         il[i] = ol[i] = 0xFF;
     }
-    for (size_t i = 0; i < p.in.size(); i++) {
-        il[i] = static_cast<uint8_t>(p.in[i]);
-        pb[p.in[i] - 1].port_io = em_matrix_in;
-        (video ? fakematrix::state().ports[p.in[i]].vio : fakematrix::state().ports[p.in[i]].aio) =
-            em_matrix_in;
-    }
-    for (size_t i = 0; i < p.out.size(); i++) {
-        ol[i] = static_cast<uint8_t>(p.out[i]);
-        pb[p.out[i] - 1].port_io = em_matrix_out;
-        pb[p.out[i] - 1].in_for_out = 0;
-        (video ? fakematrix::state().ports[p.out[i]].vio
-               : fakematrix::state().ports[p.out[i]].aio) = em_matrix_out;
+    for (bool in : {true, false}) {
+        const std::vector<int>& list = in ? p.in : p.out;
+        for (size_t i = 0; i < list.size(); i++) {
+            (in ? il : ol)[i] = static_cast<uint8_t>(list[i]);
+            const auto dir = in ? em_matrix_in : em_matrix_out;
+            pb[list[i] - 1].port_io = dir;
+            pb[list[i] - 1].in_for_out = in ? 0xFF : 0;
+            auto& fp = fakematrix::state().ports[list[i]];
+            (video ? fp.vio : fp.aio) = dir;
+        }
     }
     (video ? g_tav_in_max : g_tav_aud_in_max) = static_cast<uint8_t>(p.in.size());
     (video ? g_tav_out_max : g_tav_aud_out_max) = static_cast<uint8_t>(p.out.size());

@@ -36,11 +36,10 @@ class FakeTools {
     // Forgets the recorded calls and the prepared outputs.
     void reset() {
         std::remove(path("calls.log").c_str());
-        for (const char* f : {"ifcfg.eth0.IP", "ifcfg.eth0.MAC", "ifcfg.eth0.MASK",
-                              "ifcfg.eth0.GATEWAY", "ifcfg.eth1.IP", "ifcfg.eth1.MAC",
-                              "ifcfg.eth1.MASK", "ifcfg.eth1.GATEWAY", "version.main"}) {
-            std::remove(path(f).c_str());
-        }
+        std::remove(path("version.main").c_str());
+        for (const char* iface : {"eth0", "eth1"})
+            for (const char* what : {"IP", "MAC", "MASK", "GATEWAY"})
+                std::remove(path(std::string("ifcfg.") + iface + "." + what).c_str());
     }
     // What `tav_ifcfg IFACE WHAT` prints (exactly these bytes).
     void set_ifcfg(const std::string& iface, const std::string& what, const std::string& out) {
@@ -109,6 +108,19 @@ inline void press(uint16_t code) {
 inline void press_digit(uint8_t d) {
     press(TAV_PRESS_DIGIT);
     g_tav_button.number = d;
+}
+// Feeds keys to `handler`: digits, R(ight), L(eft), M(enu), T(ake), B(reak),
+// K (lock), D(efault).
+inline void keys(const char* seq, void (*handler)()) {
+    static const std::string letters = "RLMTBKD";
+    static const uint16_t codes[] = {TAV_PRESS_RIGHT,  TAV_PRESS_LEFT,  TAV_PRESS_MENU,
+                                     TAV_PRESS_TAKE,   TAV_PRESS_BREAK, TAV_PRESS_LOCK,
+                                     TAV_PRESS_DEFAULT};
+    for (const char* k = seq; *k != '\0'; ++k) {
+        const size_t i = letters.find(*k);
+        i == std::string::npos ? press_digit(static_cast<uint8_t>(*k - '0')) : press(codes[i]);
+        handler();
+    }
 }
 
 // Common set-up: fresh fake library and tools, fake time, a known menu.

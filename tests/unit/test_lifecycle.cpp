@@ -1,6 +1,7 @@
 // Start-up and shutdown of the panel link: the port is closed once, nothing
 // is written afterwards, the last frames reach the panel, the receive thread
 // ends, and a stop signal interrupts the start-up wait.
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <chrono>
@@ -44,13 +45,10 @@ struct Pty {
 };
 
 bool wait_for_event(int bit) {
-    for (int i = 0; i < 200; ++i) {
-        if (tav_gethardkey_event() & bit) {
-            return true;
-        }
+    for (int i = 0; i < 200 && !(tav_gethardkey_event() & bit); ++i) {
         std::this_thread::sleep_for(5ms);
     }
-    return false;
+    return tav_gethardkey_event() & bit;
 }
 
 bool join_within(pthread_t t, int ms) {
@@ -228,11 +226,8 @@ TEST_F(Lifecycle, StopSignalInterruptsTheDependencyWait) {
     EXPECT_LT(waited, 3s);
     EXPECT_EQ(g_tav_key_runflag.load(), 0);
     EXPECT_EQ(g_tav_uart_runflag.load(), 0);
-    bool interrupted = false;
-    for (const auto& l : log.lines()) {
-        interrupted |= (l == "11\tfunc=[tav_pidf_lock]lock err:Interrupted system call");
-    }
-    EXPECT_TRUE(interrupted);
+    EXPECT_THAT(log.lines(),
+                ::testing::Contains("11\tfunc=[tav_pidf_lock]lock err:Interrupted system call"));
 }
 
 } // namespace

@@ -16,50 +16,16 @@ using svc::FakeTools;
 
 // Ports 1..8 inputs, 9..16 outputs, 17 mixed, everything else unknown.
 void make_ports() {
-    for (auto& p : g_tav_portbuf) {
-        p.port_io = em_matrix_unknown;
+    for (int i = 0; i < TAV_PORT_TABLE_SIZE; ++i) {
+        g_tav_portbuf[i].port_io = i < 8     ? em_matrix_in
+                                   : i < 16  ? em_matrix_out
+                                   : i == 16 ? em_matrix_mix
+                                             : em_matrix_unknown;
     }
-    for (int i = 1; i <= 8; ++i) {
-        g_tav_portbuf[i - 1].port_io = em_matrix_in;
-    }
-    for (int i = 9; i <= 16; ++i) {
-        g_tav_portbuf[i - 1].port_io = em_matrix_out;
-    }
-    g_tav_portbuf[16].port_io = em_matrix_mix;
 }
 
-// Feeds keys to the menu's handler: digits, R(ight), L(eft), M(enu), T(ake),
-// B(reak), K (loc k), D(efault).
 void keys(const char* seq) {
-    for (const char* k = seq; *k != '\0'; ++k) {
-        switch (*k) {
-        case 'R':
-            svc::press(TAV_PRESS_RIGHT);
-            break;
-        case 'L':
-            svc::press(TAV_PRESS_LEFT);
-            break;
-        case 'M':
-            svc::press(TAV_PRESS_MENU);
-            break;
-        case 'T':
-            svc::press(TAV_PRESS_TAKE);
-            break;
-        case 'B':
-            svc::press(TAV_PRESS_BREAK);
-            break;
-        case 'K':
-            svc::press(TAV_PRESS_LOCK);
-            break;
-        case 'D':
-            svc::press(TAV_PRESS_DEFAULT);
-            break;
-        default:
-            svc::press_digit(static_cast<uint8_t>(*k - '0'));
-            break;
-        }
-        tav_edid();
-    }
+    svc::keys(seq, tav_edid);
 }
 
 class EdidTest : public svc::ServiceMenuTest {
@@ -129,28 +95,32 @@ INSTANTIATE_TEST_SUITE_P(Fields, EdidJudgeTest,
                              JudgeCase{"DefaultToZero", "0000", TAV_EDID_ERR_SAME_PORT, 1, 0, 0}),
                          [](const auto& info) { return std::string(info.param.name); });
 
-TEST_F(EdidTest, OutcomeClearing) {
+// The refusal page, then the clearing: refused destinations return to the
+// destination with the source kept; a refused source and a finished copy
+// start over.
+TEST_F(EdidTest, RefusalPageAndOutcomeClearing) {
     struct Case {
         const char* keys;
         uint8_t sel_port_step; // after the clearing
         uint8_t src;
+        const char* top; // nullptr: the copy runs
+        int top_col;
     };
-    // Refused destinations return to the destination with the source kept;
-    // a refused source and a finished copy start over.
-    const Case cases[] = {
-        {"17", 0, 0}, {"0300", 1, 3}, {"0310", 1, 3}, {"0303", 1, 3}, {"0305", 1, 3}};
+    const Case cases[] = {{"17", 0, 0, "The Port You Select is No Configure", 1},
+                          {"0300", 1, 3, "The Port You Select is No Configure", 1},
+                          {"0310", 1, 3, "You Have select output port as dest port", 0},
+                          {"0303", 1, 3, "The Port You Select The Same Port", 2},
+                          {"0305", 0, 0, nullptr, 0}};
     for (const Case& c : cases) {
         SCOPED_TRACE(c.keys);
         tav_menu_edid_init();
         keys(c.keys);
-        if (tav_menu_edid_get_state().err == TAV_EDID_COPY_REQUESTED) {
-            tav_edid_display(); // runs the copy
+        tav_edid_display();
+        if (c.top == nullptr) {
             ASSERT_EQ(tav_menu_edid_get_state().err, TAV_EDID_COPY_DONE);
-            const TAV_EDID_STATE s = tav_menu_edid_get_state();
-            tav_edid_handle_err();
-            EXPECT_EQ(tav_menu_edid_get_state().src, 0) << int(s.src);
-            EXPECT_EQ(tav_menu_edid_get_state().sel_port_step, 0);
-            continue;
+        } else {
+            EXPECT_EQ(lcd(0).substr(c.top_col, strlen(c.top)), c.top);
+            EXPECT_EQ(lcd(1).substr(8, 24), "PLEASE RESELECT THE PORT");
         }
         tav_edid_handle_err();
         const TAV_EDID_STATE s = tav_menu_edid_get_state();
@@ -163,15 +133,7 @@ TEST_F(EdidTest, OutcomeClearing) {
     }
 }
 
-TEST_F(EdidTest, RefusedDestinationIsTypedAgain) {
-    keys("0303"); // same port
-    keys("05");   // the first key clears the refusal and is then handled
-    EXPECT_EQ(tav_menu_edid_get_state().err, TAV_EDID_COPY_REQUESTED);
-    EXPECT_EQ(tav_menu_edid_get_state().src, 3);
-    EXPECT_EQ(tav_menu_edid_get_state().dest, 5);
-}
-
-TEST_F(EdidTest, LeftAndRightDuringEntry) {
+TEST_F(EdidTest, LeftRightAndRetyping) {
     keys("R"); // RIGHT with nothing typed
     EXPECT_EQ(tav_menu_edid_get_state().sel_port_step, 0);
     EXPECT_EQ(tav_menu_edid_get_state().step, 0);
@@ -188,6 +150,14 @@ TEST_F(EdidTest, LeftAndRightDuringEntry) {
     EXPECT_EQ(g_tav_menu, menu_edid_switch);
     keys("L"); // nothing typed in the source: back to the shortcut menu
     EXPECT_EQ(g_tav_menu, menu_shortcut);
+
+    tav_menu_edid_init();
+    g_tav_menu = menu_edid_switch;
+    keys("0303"); // same port
+    keys("05");   // the first key clears the refusal and is then handled
+    EXPECT_EQ(tav_menu_edid_get_state().err, TAV_EDID_COPY_REQUESTED);
+    EXPECT_EQ(tav_menu_edid_get_state().src, 3);
+    EXPECT_EQ(tav_menu_edid_get_state().dest, 5);
 }
 
 TEST_F(EdidTest, LeavingKeys) {
@@ -275,26 +245,6 @@ TEST_F(EdidTest, CopyShowsBothFieldsThenTheResult) {
     EXPECT_EQ(lcd(1).substr(11, 19), "EDID COPY ERR Occur");
 }
 
-TEST_F(EdidTest, RefusalRows) {
-    struct Case {
-        const char* keys;
-        const char* top;
-        int top_col;
-    };
-    const Case cases[] = {{"17", "The Port You Select is No Configure", 1},
-                          {"0300", "The Port You Select is No Configure", 1},
-                          {"0310", "You Have select output port as dest port", 0},
-                          {"0303", "The Port You Select The Same Port", 2}};
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.keys);
-        tav_menu_edid_init();
-        keys(c.keys);
-        tav_edid_display();
-        EXPECT_EQ(lcd(0).substr(c.top_col, strlen(c.top)), c.top);
-        EXPECT_EQ(lcd(1).substr(8, 24), "PLEASE RESELECT THE PORT");
-    }
-}
-
 // A configured row 30 without fields: entry still works, nothing is written
 // outside the line.
 TEST_F(EdidTest, RowWithoutFields) {
@@ -333,43 +283,23 @@ TEST_P(EdidCopyTest, CallsInOrder) {
     EXPECT_EQ(FakeTools::get().calls(), c.tool_calls);
 }
 
+// clang-format off
 INSTANTIATE_TEST_SUITE_P(
     Copies, EdidCopyTest,
-    ::testing::Values(CopyCase{"FromInput",
-                               3,
-                               5,
-                               0,
-                               0,
-                               0,
-                               {"get_port_edid(3,0,300)", "set_port_edid(5,0,256)"},
-                               {"tav_echo_cpedid 0 3 5 0"}},
-                      CopyCase{"FromDefault",
-                               0,
-                               5,
-                               0,
-                               0,
-                               0,
-                               {"get_port_edid(5,2,300)", "set_port_edid(5,0,256)"},
-                               {"tav_echo_cpedid 2 0 5 0"}},
-                      CopyCase{"FromOutputSink",
-                               12,
-                               5,
-                               0,
-                               0,
-                               0,
-                               {"get_port_edid(12,1,300)", "set_port_edid(5,0,256)"},
-                               {"tav_echo_cpedid 1 12 5 0"}},
-                      CopyCase{"ReadFails", 3, 5, -6, 0, -6, {"get_port_edid(3,0,300)"}, {}},
-                      CopyCase{"DestIsOutput", 3, 10, 0, 0, -2, {"get_port_edid(3,0,300)"}, {}},
-                      CopyCase{"WriteFails",
-                               3,
-                               5,
-                               0,
-                               4,
-                               4,
-                               {"get_port_edid(3,0,300)", "set_port_edid(5,0,256)"},
-                               {"tav_echo_cpedid 0 3 5 0", "tav_echo_clean_edid"}}),
+    ::testing::Values(
+        CopyCase{"FromInput", 3, 5, 0, 0, 0, {"get_port_edid(3,0,300)", "set_port_edid(5,0,256)"},
+                 {"tav_echo_cpedid 0 3 5 0"}},
+        CopyCase{"FromDefault", 0, 5, 0, 0, 0, {"get_port_edid(5,2,300)", "set_port_edid(5,0,256)"},
+                 {"tav_echo_cpedid 2 0 5 0"}},
+        CopyCase{"FromOutputSink", 12, 5, 0, 0, 0,
+                 {"get_port_edid(12,1,300)", "set_port_edid(5,0,256)"},
+                 {"tav_echo_cpedid 1 12 5 0"}},
+        CopyCase{"ReadFails", 3, 5, -6, 0, -6, {"get_port_edid(3,0,300)"}, {}},
+        CopyCase{"DestIsOutput", 3, 10, 0, 0, -2, {"get_port_edid(3,0,300)"}, {}},
+        CopyCase{"WriteFails", 3, 5, 0, 4, 4, {"get_port_edid(3,0,300)", "set_port_edid(5,0,256)"},
+                 {"tav_echo_cpedid 0 3 5 0", "tav_echo_clean_edid"}}),
     [](const auto& info) { return std::string(info.param.name); });
+// clang-format on
 
 TEST_F(EdidTest, CopiedBytes) {
     std::vector<uint8_t> src(300);

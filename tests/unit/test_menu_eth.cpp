@@ -12,7 +12,6 @@
 namespace {
 
 using svc::FakeTools;
-using svc::press;
 using svc::press_digit;
 
 struct PadCase {
@@ -62,12 +61,7 @@ TEST(EthPad, GarbageNeverLeavesTheField) {
             mem.field[i] = alphabet[rng() % (sizeof alphabet - 1)];
         }
         AddIP_GATE_MASK_0(mem.field);
-        for (char c : mem.before) {
-            ASSERT_EQ(c, 0x5A);
-        }
-        for (char c : mem.after) {
-            ASSERT_EQ(c, 0x5A);
-        }
+        ASSERT_EQ(std::string(mem.before, 8) + std::string(mem.after, 8), std::string(16, 0x5A));
         ASSERT_EQ(mem.field[17], 0) << "round " << round;
     }
 }
@@ -124,18 +118,6 @@ class EthMenuTest : public svc::ServiceMenuTest {
     }
 };
 
-TEST_F(EthMenuTest, Eth1MaskPageShowsPaddedMask) {
-    FakeTools::get().set_ifcfg("eth1", "MASK", "255.255.255.0\n");
-    open_page(2, 3);
-    EXPECT_EQ(g_tav_menu, menu_eth_mask);
-    EXPECT_STREQ(g_tav_eth[1].MASK, "255.255.255.000\n");
-    EXPECT_EQ(svc::FakeTools::get().calls(), std::vector<std::string>{"tav_ifcfg eth1 MASK"});
-
-    tav_eth_mask_display();
-    EXPECT_EQ(lcd(0).substr(10, 24), "CURRENT SYSTEM ETH1 MASK");
-    EXPECT_EQ(lcd(1), std::string(14, ' ') + "255.255.255.000" + std::string(11, ' '));
-}
-
 TEST_F(EthMenuTest, ValuePagesTitleAndField) {
     struct Case {
         uint8_t iface, value;
@@ -160,6 +142,8 @@ TEST_F(EthMenuTest, ValuePagesTitleAndField) {
         // An overlong line is cut to the field.
         {1, 3, "MASK", "255.255.255.255.255.255.255\n", menu_eth_mask, tav_eth_mask_display,
          "CURRENT SYSTEM ETH0 MASK      ", "255.255.255.255           "},
+        {2, 3, "MASK", "255.255.255.0\n", menu_eth_mask, tav_eth_mask_display,
+         "CURRENT SYSTEM ETH1 MASK      ", "255.255.255.000           "},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.tool_what);
@@ -172,6 +156,8 @@ TEST_F(EthMenuTest, ValuePagesTitleAndField) {
         open_page(c.iface, c.value);
         EXPECT_EQ(g_tav_menu, c.menu);
         EXPECT_EQ(tav_eth_get_sec(), c.iface - 1);
+        EXPECT_EQ(FakeTools::get().calls(),
+                  std::vector<std::string>{"tav_ifcfg " + iface + " " + c.tool_what});
         c.display();
         EXPECT_EQ(lcd(0), std::string(10, ' ') + c.title);
         EXPECT_EQ(lcd(1), std::string(14, ' ') + c.shown);
@@ -192,41 +178,40 @@ TEST_F(EthMenuTest, KeyTable) {
     struct Case {
         TAV_ENUM_MENUSTATUS from;
         void (*handler)(void);
-        uint16_t press;
-        uint8_t digit;
+        const char* key;
         TAV_ENUM_MENUSTATUS to;
     };
+    // clang-format off
     const Case cases[] = {
-        {menu_eth_select, tav_eth_sec, TAV_PRESS_DIGIT, 3, menu_eth_select},
-        {menu_eth_select, tav_eth_sec, TAV_PRESS_LEFT, 0, menu_eth_select},
-        {menu_eth_select, tav_eth_sec, TAV_PRESS_RIGHT, 0, menu_eth_select},
-        {menu_eth_select, tav_eth_sec, TAV_PRESS_TAKE, 0, menu_eth_select},
-        {menu_eth_select, tav_eth_sec, TAV_PRESS_MENU, 0, menu_reset},
-        {menu_eth_select, tav_eth_sec, TAV_PRESS_DEFAULT, 0, menu_reset},
-        {menu_eth_select, tav_eth_sec, TAV_PRESS_BREAK, 0, menu_vid_display},
-        {menu_eth_select, tav_eth_sec, TAV_PRESS_LOCK, 0, menu_vid_display},
-        {menu_eth_display, tav_eth_dis, TAV_PRESS_LEFT, 0, menu_eth_select},
-        {menu_eth_display, tav_eth_dis, TAV_PRESS_DIGIT, 3, menu_eth_mask},
-        {menu_eth_display, tav_eth_dis, TAV_PRESS_DIGIT, 4, menu_eth_gate},
-        {menu_eth_display, tav_eth_dis, TAV_PRESS_DIGIT, 5, menu_eth_display},
-        {menu_eth_display, tav_eth_dis, TAV_PRESS_MENU, 0, menu_reset},
-        {menu_eth_display, tav_eth_dis, TAV_PRESS_BREAK, 0, menu_vid_display},
-        {menu_eth_ip, tav_eth_ip, TAV_PRESS_LEFT, 0, menu_eth_display},
-        {menu_eth_mac, tav_eth_mac, TAV_PRESS_DIGIT, 2, menu_eth_mac},
-        {menu_eth_gate, tav_eth_gate, TAV_PRESS_DEFAULT, 0, menu_reset},
-        {menu_eth_mask, tav_eth_mask, TAV_PRESS_LOCK, 0, menu_vid_display},
-        {menu_eth_mask, tav_eth_mask, TAV_PRESS_RIGHT, 0, menu_eth_mask},
+        {menu_eth_select, tav_eth_sec, "3", menu_eth_select},
+        {menu_eth_select, tav_eth_sec, "L", menu_eth_select},
+        {menu_eth_select, tav_eth_sec, "R", menu_eth_select},
+        {menu_eth_select, tav_eth_sec, "T", menu_eth_select},
+        {menu_eth_select, tav_eth_sec, "M", menu_reset},
+        {menu_eth_select, tav_eth_sec, "D", menu_reset},
+        {menu_eth_select, tav_eth_sec, "B", menu_vid_display},
+        {menu_eth_select, tav_eth_sec, "K", menu_vid_display},
+        {menu_eth_display, tav_eth_dis, "L", menu_eth_select},
+        {menu_eth_display, tav_eth_dis, "3", menu_eth_mask},
+        {menu_eth_display, tav_eth_dis, "4", menu_eth_gate},
+        {menu_eth_display, tav_eth_dis, "5", menu_eth_display},
+        {menu_eth_display, tav_eth_dis, "M", menu_reset},
+        {menu_eth_display, tav_eth_dis, "B", menu_vid_display},
+        {menu_eth_ip, tav_eth_ip, "L", menu_eth_display},
+        {menu_eth_mac, tav_eth_mac, "2", menu_eth_mac},
+        {menu_eth_gate, tav_eth_gate, "D", menu_reset},
+        {menu_eth_mask, tav_eth_mask, "K", menu_vid_display},
+        {menu_eth_mask, tav_eth_mask, "R", menu_eth_mask},
     };
+    // clang-format on
     for (const Case& c : cases) {
-        SCOPED_TRACE(testing::Message() << "menu " << c.from << " press " << c.press);
+        SCOPED_TRACE(testing::Message() << "menu " << c.from << " key " << c.key);
         FakeTools::get().reset();
         g_tav_menu = c.from;
-        c.press == TAV_PRESS_DIGIT ? press_digit(c.digit) : press(c.press);
-        c.handler();
+        svc::keys(c.key, c.handler);
         EXPECT_EQ(g_tav_menu, c.to);
         // Only the value menu's digits 1 to 4 query the tool.
-        const bool query = c.from == menu_eth_display && c.press == TAV_PRESS_DIGIT &&
-                           c.digit >= 1 && c.digit <= 4;
+        const bool query = c.from == menu_eth_display && c.key[0] >= '1' && c.key[0] <= '4';
         EXPECT_EQ(FakeTools::get().calls().size(), query ? 1u : 0u);
     }
 }

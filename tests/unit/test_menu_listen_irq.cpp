@@ -42,10 +42,6 @@ struct DispatchCase {
     uint8_t notice; // card notice kind afterwards
 };
 
-void PrintTo(const DispatchCase& c, std::ostream* os) {
-    *os << c.name;
-}
-
 class IrqDispatch : public ListenerTest, public ::testing::WithParamInterface<DispatchCase> {};
 
 TEST_P(IrqDispatch, HandlersFollowTheMenu) {
@@ -65,6 +61,7 @@ TEST_P(IrqDispatch, HandlersFollowTheMenu) {
     }
 }
 
+// clang-format off
 const DispatchCase kDispatchCases[] = {
     // Connections: the table is rebuilt unless the switch-all menu of that
     // kind is open; only the page showing it is redrawn.
@@ -72,15 +69,8 @@ const DispatchCase kDispatchCases[] = {
     {"VconLock", menu_lock, VCON, 0, NO_CARD, {V}, menu_lock, true, 0},
     {"VconAudioPage", menu_aud_display, VCON, 0, NO_CARD, {V}, menu_aud_display, false, 0},
     {"VconSwitchAll", menu_switch_vid_all, VCON, 0, NO_CARD, {}, menu_switch_vid_all, false, 0},
-    {"VconAudioSwitchAll",
-     menu_switch_aud_all,
-     VCON,
-     0,
-     NO_CARD,
-     {V},
-     menu_switch_aud_all,
-     false,
-     0},
+    {"VconAudioSwitchAll", menu_switch_aud_all, VCON, 0, NO_CARD, {V},
+     menu_switch_aud_all, false, 0},
     {"AconAudioPage", menu_aud_display, ACON, 0, NO_CARD, {A}, menu_aud_display, true, 0},
     {"AconLockNotRedrawn", menu_lock, ACON, 0, NO_CARD, {A}, menu_lock, false, 0},
     {"AconSwitchAll", menu_switch_aud_all, ACON, 0, NO_CARD, {}, menu_switch_aud_all, false, 0},
@@ -92,118 +82,50 @@ const DispatchCase kDispatchCases[] = {
     {"AportListPage", meun_aud_io_display, APORT, 0, NO_CARD, {A}, meun_aud_io_display, true, 0},
     {"AportLockNotRedrawn", menu_lock, APORT, 0, NO_CARD, {A}, menu_lock, false, 0},
     // Slots.
-    {"OnlineHome",
-     menu_vid_display,
-     SLOT,
-     3,
-     em_matrix_card_online,
-     {C3, V},
-     menu_hot_plug,
-     true,
-     1},
+    {"OnlineHome", menu_vid_display, SLOT, 3, em_matrix_card_online, {C3, V},
+     menu_hot_plug, true, 1},
     {"OnlineEth", menu_eth_ip, SLOT, 3, em_matrix_card_online, {C3, V}, menu_hot_plug, true, 1},
     {"OnlineReset", menu_reset, SLOT, 3, em_matrix_card_online, {C3, V}, menu_reset, false, 0},
-    {"OfflineHome",
-     menu_vid_display,
-     SLOT,
-     3,
-     em_matrix_card_offline,
-     {C3, V, V, A},
-     menu_hot_plug,
-     true,
-     2},
+    {"OfflineHome", menu_vid_display, SLOT, 3, em_matrix_card_offline, {C3, V, V, A},
+     menu_hot_plug, true, 2},
     {"OfflineReset", menu_reset, SLOT, 3, em_matrix_card_offline, {C3, V}, menu_reset, false, 0},
-    {"NormalHome",
-     menu_vid_display,
-     SLOT,
-     3,
-     em_matrix_card_normal,
-     {C3, V},
-     menu_vid_display,
-     false,
-     0},
-    {"OtherState",
-     menu_vid_display,
-     SLOT,
-     3,
-     em_matrix_card_iap,
-     {C3, V},
-     menu_vid_display,
-     false,
-     0},
+    {"NormalHome", menu_vid_display, SLOT, 3, em_matrix_card_normal, {C3, V},
+     menu_vid_display, false, 0},
+    {"OtherState", menu_vid_display, SLOT, 3, em_matrix_card_iap, {C3, V},
+     menu_vid_display, false, 0},
     {"UnknownSlot", menu_vid_display, SLOT, 3, NO_CARD, {C3, V}, menu_vid_display, false, 0},
     // Several bits: handled in table order, each reading the menu anew.
-    {"VconAndSlot",
-     menu_vid_display,
-     VCON | SLOT,
-     3,
-     em_matrix_card_normal,
-     {V, C3, V},
-     menu_vid_display,
-     true,
-     0},
-    {"SlotThenVport",
-     menu_vid_display,
-     VPORT | SLOT,
-     3,
-     em_matrix_card_online,
-     {C3, V, V},
-     menu_hot_plug,
-     true,
-     1},
-    {"AllConnections",
-     menu_aud_display,
-     APORT | ACON | VPORT | VCON,
-     0,
-     NO_CARD,
-     {V, A, V, A},
-     menu_aud_display,
-     true,
-     0},
+    {"VconAndSlot", menu_vid_display, VCON | SLOT, 3, em_matrix_card_normal, {V, C3, V},
+     menu_vid_display, true, 0},
+    {"SlotThenVport", menu_vid_display, VPORT | SLOT, 3, em_matrix_card_online, {C3, V, V},
+     menu_hot_plug, true, 1},
+    {"AllConnections", menu_aud_display, APORT | ACON | VPORT | VCON, 0, NO_CARD, {V, A, V, A},
+     menu_aud_display, true, 0},
     // The update display drops everything but the update's own signal.
-    {"UpdateDropsSlot",
-     menu_update,
-     SLOT | VCON,
-     3,
-     em_matrix_card_online,
-     {},
-     menu_update,
-     false,
-     0},
+    {"UpdateDropsSlot", menu_update, SLOT | VCON, 3, em_matrix_card_online, {},
+     menu_update, false, 0},
     {"UpdateDropsReboot", menu_update, REBOOT | PARAM, 1, NO_CARD, {}, menu_update, false, 0},
     // Reboot values without a notice, and bits without a handler.
     {"RebootNone", menu_vid_display, REBOOT, 0, NO_CARD, {}, menu_vid_display, false, 0},
     {"RebootFour", menu_vid_display, REBOOT, 4, NO_CARD, {}, menu_vid_display, false, 0},
-    {"UnhandledBits",
-     menu_vid_display,
-     0x0001 | 0x0002 | 0x0004 | 0x0010 | 0x0100,
-     0,
-     NO_CARD,
-     {},
-     menu_vid_display,
-     false,
-     0},
+    {"UnhandledBits", menu_vid_display, 0x0001 | 0x0002 | 0x0004 | 0x0010 | 0x0100, 0, NO_CARD, {},
+     menu_vid_display, false, 0},
 };
+// clang-format on
 
 INSTANTIATE_TEST_SUITE_P(Cases, IrqDispatch, ::testing::ValuesIn(kDispatchCases),
                          [](const auto& info) { return std::string(info.param.name); });
 
-TEST_F(ListenerTest, NoRecordNoDispatch) {
-    {
-        std::lock_guard<std::mutex> g(fakematrix::mutex());
-        fakematrix::state().signal_result = -1;
-    }
+// No record: nothing is dispatched. The card's record cannot be read: no notice.
+TEST_F(ListenerTest, LibraryFailures) {
+    fakematrix::state().signal_result = -1;
     dispatch(VCON | SLOT, 3);
     EXPECT_TRUE(trace().empty());
     EXPECT_FALSE(redraw_requested());
-}
 
-TEST_F(ListenerTest, CardFailureKeepsNoticeOfCardInformationOut) {
+    fakematrix::state().signal_result = 0;
+    fakematrix::state().card_result = -1;
     set_card(3, em_matrix_card_online);
-    {
-        std::lock_guard<std::mutex> g(fakematrix::mutex());
-        fakematrix::state().card_result = -1;
-    }
     dispatch(SLOT, 3);
     EXPECT_EQ(trace(), (std::vector<std::string>{C3, V}));
     EXPECT_EQ(g_tav_menu, menu_vid_display);
@@ -243,10 +165,6 @@ struct UpdateSignalCase {
     uint8_t state_after;
 };
 
-void PrintTo(const UpdateSignalCase& c, std::ostream* os) {
-    *os << c.name;
-}
-
 class IrqUpdate : public ListenerTest, public ::testing::WithParamInterface<UpdateSignalCase> {};
 
 TEST_P(IrqUpdate, BeginAndEnd) {
@@ -276,33 +194,22 @@ INSTANTIATE_TEST_SUITE_P(Cases, IrqUpdate, ::testing::ValuesIn(kUpdateCases),
                          [](const auto& info) { return std::string(info.param.name); });
 
 // Parameter signals: another process changed the lock file.
-class IrqParam : public ListenerTest {
-  protected:
-    void write_lock_file(const char* content) {
-        std::ofstream out(tavtest::PanelCapture::get().root() + "/nandflash/config/.tav_lock_fp",
-                          std::ios::trunc);
-        out << content;
-    }
-};
-
-TEST_F(IrqParam, LockFollowsOtherProcessOnly) {
+TEST_F(ListenerTest, ParamSignalLockFollowsOtherProcessOnly) {
     const uint32_t own = static_cast<uint32_t>(getpid()) & 0xFFFFu;
     const uint32_t other = (own + 1) & 0xFFFFu;
     struct Case {
         uint32_t param;
         bool locks;
     } cases[] = {
-        {other, true},
-        {own, false},
-        {other | 0x10000u, false},
-        {other | 0x80000000u, false},
-    };
+        {other, true}, {own, false}, {other | 0x10000u, false}, {other | 0x80000000u, false}};
     for (const Case& c : cases) {
         SCOPED_TRACE(c.param);
         g_tav_lock = false;
         g_tav_menu = menu_vid_display;
         g_tav_menu_event = EVENT_NOMAL;
-        write_lock_file("1");
+        std::ofstream(tavtest::PanelCapture::get().root() + "/nandflash/config/.tav_lock_fp",
+                      std::ios::trunc)
+            << "1";
         std::remove(syslog_file_.c_str());
         dispatch(PARAM, c.param);
         EXPECT_EQ(g_tav_lock, c.locks);

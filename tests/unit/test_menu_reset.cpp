@@ -20,42 +20,11 @@ std::string flag_path() {
 
 std::string read_flag() {
     std::ifstream in(flag_path());
-    std::stringstream ss;
-    ss << in.rdbuf();
-    return ss.str();
+    return std::string(std::istreambuf_iterator<char>(in), {});
 }
 
-// D(efault), digits, T(ake), L(eft), R(ight), M(enu), B(reak), K (lock).
 void keys(const char* seq) {
-    for (const char* k = seq; *k != '\0'; ++k) {
-        switch (*k) {
-        case 'T':
-            svc::press(TAV_PRESS_TAKE);
-            break;
-        case 'L':
-            svc::press(TAV_PRESS_LEFT);
-            break;
-        case 'R':
-            svc::press(TAV_PRESS_RIGHT);
-            break;
-        case 'D':
-            svc::press(TAV_PRESS_DEFAULT);
-            break;
-        case 'M':
-            svc::press(TAV_PRESS_MENU);
-            break;
-        case 'B':
-            svc::press(TAV_PRESS_BREAK);
-            break;
-        case 'K':
-            svc::press(TAV_PRESS_LOCK);
-            break;
-        default:
-            svc::press_digit(static_cast<uint8_t>(*k - '0'));
-            break;
-        }
-        tav_menu_reset();
-    }
+    svc::keys(seq, tav_menu_reset);
 }
 
 class ResetTest : public svc::ServiceMenuTest {
@@ -87,23 +56,23 @@ TEST_P(ResetSeqTest, RequestsAndFlagFile) {
     EXPECT_EQ(g_tav_menu, menu_reset);
 }
 
+const std::string R1 = "set_inner_signal_reboot_opt(1)";
+
+// clang-format off
 INSTANTIATE_TEST_SUITE_P(
     Keys, ResetSeqTest,
     ::testing::Values(
         SeqCase{"FactoryNeedsTwoTakes", "2TT", {"set_inner_signal_reboot_opt(2)"}, "2\n", 3},
         SeqCase{"FirstTakeOnlyAsksAgain", "2T", {}, "", 3},
-        SeqCase{"RestartTwice",
-                "1TT",
-                {"set_inner_signal_reboot_opt(1)", "set_inner_signal_reboot_opt(1)"},
-                "1\n",
-                1},
-        SeqCase{"BackThenRestart", "2L1T", {"set_inner_signal_reboot_opt(1)"}, "1\n", 1},
-        SeqCase{"TakeInStepZero", "T", {}, "", 0}, SeqCase{"OtherDigitInStepZero", "5", {}, "", 0},
-        SeqCase{
-            "DigitsIgnoredWhileConfirming", "12T", {"set_inner_signal_reboot_opt(1)"}, "1\n", 1},
+        SeqCase{"RestartTwice", "1TT", {R1, R1}, "1\n", 1},
+        SeqCase{"BackThenRestart", "2L1T", {R1}, "1\n", 1},
+        SeqCase{"TakeInStepZero", "T", {}, "", 0},
+        SeqCase{"OtherDigitInStepZero", "5", {}, "", 0},
+        SeqCase{"DigitsIgnoredWhileConfirming", "12T", {R1}, "1\n", 1},
         SeqCase{"LeftFromSecondConfirmation", "2TLT", {}, "", 0},
         SeqCase{"RightAndDefaultDoNothing", "1RD", {}, "", 1}),
     [](const auto& info) { return std::string(info.param.name); });
+// clang-format on
 
 TEST_F(ResetTest, PagesAndTakeBlink) {
     struct Step {

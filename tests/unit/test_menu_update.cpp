@@ -12,22 +12,22 @@ class UpdateTest : public ListenerTest {
     void SetUp() override {
         ListenerTest::SetUp();
         set_pct(0);
-        {
-            std::lock_guard<std::mutex> g(fakematrix::mutex());
-            fakematrix::state().iap_slot = 5;
-        }
+        fakematrix::state().iap_slot = 5;
         tav_menu_updating_set();
         g_tav_menu_event = EVENT_NOMAL;
     }
-    static void set_pct(int32_t pct) {
-        std::lock_guard<std::mutex> g(fakematrix::mutex());
-        fakematrix::state().iap_pct = pct;
-    }
+    static void set_pct(int32_t pct) { fakematrix::state().iap_pct = pct; }
     // One tick; whether it asked for a redisplay.
     static bool tick() {
         g_tav_menu_event = EVENT_NOMAL;
         tav_menu_updating();
         return redraw_requested();
+    }
+    // `n` ticks in a row without a redisplay.
+    static void quiet_ticks(int n) {
+        for (int i = 1; i <= n; ++i) {
+            ASSERT_FALSE(tick()) << i;
+        }
     }
     // Ticks until the menu leaves menu_update (at most `limit`); their count.
     static int ticks_until_left(int limit) {
@@ -54,9 +54,7 @@ TEST_F(UpdateTest, BeginShowsStartPage) {
 // then the video page even when locked.
 TEST_F(UpdateTest, StalledStartGivesErrorThenVideo) {
     g_tav_lock = true;
-    for (int n = 1; n < 300; ++n) {
-        ASSERT_FALSE(tick()) << n;
-    }
+    quiet_ticks(299);
     EXPECT_EQ(tav_menu_updating_get_state(), 0);
     EXPECT_TRUE(tick());
     EXPECT_EQ(tav_menu_updating_get_state(), 3);
@@ -75,14 +73,21 @@ TEST_F(UpdateTest, StalledProgressGivesError) {
     set_pct(40);
     EXPECT_TRUE(tick());
     EXPECT_EQ(tav_menu_updating_get_state(), 1);
-    for (int n = 1; n < 300; ++n) {
-        ASSERT_FALSE(tick()) << n;
-    }
+    quiet_ticks(299);
     set_pct(41); // a change restarts the count
     EXPECT_TRUE(tick());
-    for (int n = 1; n < 300; ++n) {
-        ASSERT_FALSE(tick()) << n;
-    }
+    quiet_ticks(299);
+    EXPECT_TRUE(tick());
+    EXPECT_EQ(tav_menu_updating_get_state(), 3);
+
+    // First reading 100: drawn once with 100, then stalled likewise.
+    tav_menu_updating_set();
+    set_pct(100);
+    EXPECT_TRUE(tick());
+    EXPECT_EQ(tav_menu_updating_get_state(), 1);
+    tav_menu_updating_display();
+    EXPECT_EQ(lcd(1), row_with(24, 30, "100"));
+    quiet_ticks(299);
     EXPECT_TRUE(tick());
     EXPECT_EQ(tav_menu_updating_get_state(), 3);
 }
@@ -126,21 +131,6 @@ TEST_F(UpdateTest, CompleteThenLowPercentGivesError) {
     EXPECT_EQ(ticks_until_left(100), 30);
 }
 
-// First reading 100: progress drawn once with 100, then nothing changes
-// until the time-out.
-TEST_F(UpdateTest, FirstReadingHundred) {
-    set_pct(100);
-    EXPECT_TRUE(tick());
-    EXPECT_EQ(tav_menu_updating_get_state(), 1);
-    tav_menu_updating_display();
-    EXPECT_EQ(lcd(1), row_with(24, 30, "100"));
-    for (int n = 1; n < 300; ++n) {
-        ASSERT_FALSE(tick());
-    }
-    EXPECT_TRUE(tick());
-    EXPECT_EQ(tav_menu_updating_get_state(), 3);
-}
-
 TEST_F(UpdateTest, AboveHundredOnFirstTickCountsAsZero) {
     for (int32_t pct : {101, 255, 0x164 /* low 8 bits 100 */}) {
         SCOPED_TRACE(pct);
@@ -172,10 +162,7 @@ TEST_F(UpdateTest, SlotRowsDifferBetweenPages) {
     };
     for (const SlotPageCase& c : cases) {
         SCOPED_TRACE(c.slot);
-        {
-            std::lock_guard<std::mutex> g(fakematrix::mutex());
-            fakematrix::state().iap_slot = c.slot;
-        }
+        fakematrix::state().iap_slot = c.slot;
         tav_menu_updating_set();
         set_pct(42);
         tick();
@@ -223,7 +210,7 @@ TEST_F(UpdateTest, RowsWithoutPlaceholders) {
     }
 }
 
-class CardPlugTest : public ListenerTest {};
+using CardPlugTest = ListenerTest;
 
 struct NoticeCase {
     const char* name;
@@ -269,7 +256,8 @@ TEST_F(CardPlugTest, RowWithoutPairShownAsConfigured) {
     EXPECT_EQ(displaybuf[40], 0x55);
 }
 
-TEST_F(CardPlugTest, NoNoticeShowsVideoPage) {
+// No notice to show, or the notice cleared: home, or the lock page.
+TEST_F(CardPlugTest, NoNoticeOrClearedReturnsHomeOrLock) {
     for (uint8_t status : {0, 3}) {
         g_tav_menu = menu_hot_plug;
         tav_menu_card_plug_set_status(4, status);
@@ -278,9 +266,6 @@ TEST_F(CardPlugTest, NoNoticeShowsVideoPage) {
         EXPECT_EQ(g_tav_menu, menu_vid_display);
         EXPECT_TRUE(redraw_requested());
     }
-}
-
-TEST_F(CardPlugTest, ClearReturnsHomeOrLock) {
     for (bool locked : {false, true}) {
         g_tav_lock = locked;
         tav_menu_card_plug_set_status(4, 1);

@@ -72,27 +72,23 @@ TEST_F(VersionTest, ReadsAndPublishes) {
     EXPECT_EQ(svc::sleeps(), std::vector<uint32_t>{1000});
 }
 
-TEST_F(VersionTest, RefreshOnlyReads) {
+// Refreshing only reads: the tool's text, nothing printed, an overlong line,
+// firmware numbers above two digits.
+TEST_F(VersionTest, Refresh) {
     FakeTools::get().set_main_version("1.2.3\n");
+    set_firmware(123, 255, 255);
     tav_version_refreash();
     EXPECT_STREQ(g_tav_version.main_ver, "01.02.0003");
+    EXPECT_STREQ(g_tav_version.hard_key_ver, "99.99.0255");
     EXPECT_EQ(FakeTools::get().calls(), std::vector<std::string>{"tav_version quoral_version"});
     EXPECT_TRUE(svc::sleeps().empty());
-}
-
-TEST_F(VersionTest, ToolWithoutOutputOrOverlong) {
-    tav_version_refreash(); // the tool prints nothing
-    EXPECT_STREQ(g_tav_version.main_ver, "00.00.0000");
 
     FakeTools::get().set_main_version(std::string(200, '9') + "\n");
     tav_version_refreash();
     EXPECT_STREQ(g_tav_version.main_ver, "9999999999");
-}
-
-TEST_F(VersionTest, FirmwareNumbersAboveTwoDigitsAreCut) {
-    set_firmware(123, 255, 255);
+    FakeTools::get().reset();
     tav_version_refreash();
-    EXPECT_STREQ(g_tav_version.hard_key_ver, "99.99.0255");
+    EXPECT_STREQ(g_tav_version.main_ver, "00.00.0000");
 }
 
 TEST_F(VersionTest, Pages) {
@@ -108,8 +104,7 @@ TEST_F(VersionTest, Pages) {
         tav_version_display();
         EXPECT_EQ(lcd(0).substr(4, 27), "Version Information Display");
         EXPECT_EQ(lcd(1), lines[page]);
-        svc::press(TAV_PRESS_RIGHT);
-        tav_version_sec();
+        svc::keys("R", tav_version_sec);
     }
     EXPECT_EQ(tav_version_get_sec(), 2); // RIGHT on the last page stays
     EXPECT_EQ(g_tav_menu, menu_display_version);
@@ -117,33 +112,22 @@ TEST_F(VersionTest, Pages) {
 
 TEST_F(VersionTest, Keys) {
     struct Case {
-        uint8_t page;
-        uint16_t press;
+        const char* keys; // RIGHTs to reach the page, then the key
         uint8_t page_after;
         TAV_ENUM_MENUSTATUS to;
     };
     const Case cases[] = {
-        {0, TAV_PRESS_LEFT, 0, menu_display_version},
-        {1, TAV_PRESS_LEFT, 0, menu_display_version},
-        {1, TAV_PRESS_RIGHT, 2, menu_display_version},
-        {2, TAV_PRESS_RIGHT, 2, menu_display_version},
-        {1, TAV_PRESS_MENU, 1, menu_vid_display},
-        {1, TAV_PRESS_BREAK, 1, menu_vid_display},
-        {1, TAV_PRESS_LOCK, 1, menu_vid_display},
-        {1, TAV_PRESS_DEFAULT, 1, menu_reset},
-        {1, TAV_PRESS_TAKE, 1, menu_display_version},
-        {1, TAV_PRESS_DIGIT, 1, menu_display_version},
+        {"L", 0, menu_display_version},  {"RL", 0, menu_display_version},
+        {"RR", 2, menu_display_version}, {"RRR", 2, menu_display_version},
+        {"RM", 1, menu_vid_display},     {"RB", 1, menu_vid_display},
+        {"RK", 1, menu_vid_display},     {"RD", 1, menu_reset},
+        {"RT", 1, menu_display_version}, {"R3", 1, menu_display_version},
     };
     for (const Case& c : cases) {
-        SCOPED_TRACE(testing::Message() << "page " << int(c.page) << " press " << c.press);
+        SCOPED_TRACE(c.keys);
         tav_version_clear();
         g_tav_menu = menu_display_version;
-        for (uint8_t i = 0; i < c.page; ++i) {
-            svc::press(TAV_PRESS_RIGHT);
-            tav_version_sec();
-        }
-        c.press == TAV_PRESS_DIGIT ? svc::press_digit(3) : svc::press(c.press);
-        tav_version_sec();
+        svc::keys(c.keys, tav_version_sec);
         EXPECT_EQ(tav_version_get_sec(), c.page_after);
         EXPECT_EQ(g_tav_menu, c.to);
     }

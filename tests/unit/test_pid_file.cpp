@@ -2,6 +2,7 @@
 // second processes.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
 #include <csignal>
 #include <string>
@@ -28,12 +29,8 @@ class PidFile : public ::testing::Test {
         unlink(own_.c_str());
     }
     bool has_line(const std::string& line) const {
-        for (const auto& l : log_.lines()) {
-            if (l == line) {
-                return true;
-            }
-        }
-        return false;
+        const auto lines = log_.lines();
+        return std::find(lines.begin(), lines.end(), line) != lines.end();
     }
     std::string own_ = pid_path(program_invocation_short_name);
     fndtest::LogFile log_;
@@ -92,17 +89,15 @@ TEST_F(PidFile, SecondInstanceIsRefusedAtOnce) {
     EXPECT_EQ(lines[1], "13\tfunc=[tav_pidf_open]have lock by " + std::to_string(first.pid()));
 }
 
-TEST_F(PidFile, LocksBelongToTheProcess) {
+TEST_F(PidFile, QueriesAndFailuresOfTheLockCalls) {
+    // Locks belong to the process: a second open of its own file succeeds.
     int a = tav_pidf_open(nullptr);
     int b = tav_pidf_open(nullptr);
-    EXPECT_GE(a, 0);
     EXPECT_GE(b, 0);
     EXPECT_EQ(tav_pidf_get_lock(a, nullptr), 0);
     tav_pidf_close(b);
     tav_pidf_close(a);
-}
 
-TEST_F(PidFile, QueriesAndFailuresOfTheLockCalls) {
     LockHolder holder(pid_path("tav_query_dep"), 5000);
     ASSERT_TRUE(holder.locked());
     int fd = open(pid_path("tav_query_dep").c_str(), O_RDWR);
