@@ -10,6 +10,7 @@
 extern "C" {
 #endif
 
+/* clang-format off: the ABI is kept in its published layout. */
 typedef enum { em_matrix_unknown = -1, em_matrix_in = 0, em_matrix_out = 1, em_matrix_mix = 2, em_matrix_ioundefine = 3 } EM_MATRIX_IO_TYPE;
 typedef enum { em_matrix_edid_unknow = -1, em_matrix_edid_in = 0, em_matrix_edid_load = 1, em_matrix_edid_default = 2 } EM_MATRIX_EDID_TYPE;
 typedef enum { em_matrix_card_dllbusy = -2, em_matrix_card_unknown = -1, em_matrix_card_offline = 0,
@@ -75,6 +76,8 @@ int32_t tav_matrix_get_iap_process_slotID(void* handle);
 int32_t tav_matrix_get_iap_process_PCT(void* handle, int32_t slot);
 int32_t tav_matrix_set_inner_signal_reboot_opt(void* handle, int32_t option); /* EM_MATRIX_IRQ_REBOOT_OPT */
 int32_t tav_matrix_set_inner_signal_lock_fp_opt(void* handle);
+
+/* clang-format on */
 
 #ifdef __cplusplus
 }

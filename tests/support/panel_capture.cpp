@@ -25,7 +25,8 @@ PanelCapture::PanelCapture() {
         throw std::runtime_error("mkdtemp failed");
     }
     root_ = dir;
-    for (const char* sub : {"/dev", "/nandflash", "/nandflash/config", "/var", "/var/run", "/tmp"}) {
+    for (const char* sub :
+         {"/dev", "/nandflash", "/nandflash/config", "/var", "/var/run", "/tmp"}) {
         mkdir((root_ + sub).c_str(), 0755);
     }
     master_ = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);

@@ -1,5 +1,0 @@
-#include <gtest/gtest.h>
-
-#include "tav_basetool.h"
-
-TEST(Smoke, Builds) { SUCCEED(); }
