@@ -10,7 +10,8 @@
 extern "C" {
 #endif
 
-/* clang-format off: the ABI is kept in its published layout. */
+/* The ABI is kept in its published layout. */
+/* clang-format off */
 typedef enum { em_matrix_unknown = -1, em_matrix_in = 0, em_matrix_out = 1, em_matrix_mix = 2, em_matrix_ioundefine = 3 } EM_MATRIX_IO_TYPE;
 typedef enum { em_matrix_edid_unknow = -1, em_matrix_edid_in = 0, em_matrix_edid_load = 1, em_matrix_edid_default = 2 } EM_MATRIX_EDID_TYPE;
 typedef enum { em_matrix_card_dllbusy = -2, em_matrix_card_unknown = -1, em_matrix_card_offline = 0,
