@@ -3,15 +3,37 @@
 // Each handle has two connections to $TAV_ROOT/var/run/tav_matrix.sock:
 // - a request connection: one text line per call, one line back; calls from
 //   several threads take turns on a mutex; every wait on it is bounded, and a
-//   broken or silent connection is dropped, so the call fails with -1 and the
-//   next call connects anew;
+//   broken or silent connection is dropped, so the call fails with -1; a
+//   connection the core has closed (a new core instance) is replaced before
+//   the call is sent;
 // - a signal connection, opened by the first registration and read by a
 //   thread of the library, which keeps the latest record and calls the
 //   registered callback once per signal whose bits meet the registered mask.
+//   When the core goes away the thread subscribes anew every 500 ms.
+//
+// Wire format. The same on every CPU (a big-endian 32-bit client talks to a
+// little-endian 64-bit core): lines of ASCII words separated by one blank and
+// ended by LF. No C structure crosses the socket: a record is sent as one word
+// per field, in the order its declaration gives, so neither byte order nor
+// word size nor padding shows. Numbers are decimal; int32 values signed, u32
+// values unsigned; the open version is 0x-prefixed hex.
+//   request connection, client -> core, then core -> client:
+//     "hello PID"                          first line of each new connection
+//     "open 0xVERSION PID"             -> "RESULT"
+//     "CALL ARG..."                    -> "RESULT"   (CALL: the function name
+//                                         without tav_matrix_, int32 arguments;
+//                                         the masks of register/unregister u32)
+//     "set_port_edid PORT KIND LENGTH HEX"   the bytes as two hex digits each
+//     "get_port_edid PORT KIND LENGTH" -> "0 HEX"
+//     "get_card_information SLOT"      -> "0 F1 ... F17"   the fields of obj_card
+//   signal connection:
+//     client -> core  "subscribe PID MASK"         MASK: the registered bits
+//     core -> client  "sig SRC THREAD PARAM BITS"  the four u32 fields of sig_flag
 //
 // Plain C facilities only: no exceptions can cross the C interface, and the
 // library builds for the target as well.
 #include <errno.h>
+#include <inttypes.h>
 #include <poll.h>
 #include <pthread.h>
 #include <stdio.h>
@@ -61,8 +83,10 @@ long now_ms() {
     return t.tv_sec * 1000L + t.tv_nsec / 1000000L;
 }
 
+// Non-blocking, so a core that has stopped accepting (its backlog full) makes
+// the connect fail at once instead of blocking the caller.
 int connect_to(const char* path) {
-    int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
     if (fd < 0)
         return -1;
     sockaddr_un a;
@@ -139,6 +163,13 @@ void drop(Handle* h) {
     h->req_fd = -1;
 }
 
+// True when the core has closed the connection (it ended, a new instance may
+// serve the socket now) or sent something nobody asked for.
+bool stale(int fd) {
+    pollfd p = {fd, POLLIN, 0};
+    return poll(&p, 1, 0) != 0;
+}
+
 // One call: sends `line` and reads the answer; returns its leading result and
 // leaves the payload (after the first blank) in `payload` when given.
 int32_t call(Handle* h, const char* line, char* payload = nullptr, size_t cap = 0) {
@@ -148,6 +179,8 @@ int32_t call(Handle* h, const char* line, char* payload = nullptr, size_t cap = 
     int32_t rc = -1;
     pthread_mutex_lock(&h->req_mu);
     const long deadline = now_ms() + h->timeout_ms;
+    if (h->req_fd >= 0 && stale(h->req_fd))
+        drop(h);
     if (h->req_fd < 0) {
         // A new connection first tells the core whose it is.
         h->req_fd = connect_to(h->path);
@@ -183,6 +216,12 @@ int32_t callf(Handle* h, const char* fmt, long a = 0, long b = 0) {
     return call(h, line);
 }
 
+int32_t callu(Handle* h, const char* name, uint32_t v) {
+    char line[128];
+    snprintf(line, sizeof line, "%s %" PRIu32 "\n", name, v);
+    return call(h, line);
+}
+
 void sleep_ms(int ms) {
     timespec t = {ms / 1000, (ms % 1000) * 1000000L};
     while (nanosleep(&t, &t) != 0 && errno == EINTR) {
@@ -215,9 +254,13 @@ void* signal_thread(void* arg) {
     for (;;) {
         int fd = connect_to(h->path);
         if (fd >= 0) {
+            pthread_mutex_lock(&h->sig_mu);
+            const uint32_t mask = h->mask;
+            pthread_mutex_unlock(&h->sig_mu);
             char hello[48];
-            int n = snprintf(hello, sizeof hello, "subscribe %ld\n", static_cast<long>(getpid()));
-            if (send(fd, hello, static_cast<size_t>(n), MSG_NOSIGNAL) != n) {
+            int n = snprintf(hello, sizeof hello, "subscribe %ld %" PRIu32 "\n",
+                             static_cast<long>(getpid()), mask);
+            if (send(fd, hello, static_cast<size_t>(n), MSG_NOSIGNAL | MSG_DONTWAIT) != n) {
                 close(fd);
                 fd = -1;
             }
@@ -238,13 +281,10 @@ void* signal_thread(void* arg) {
             while ((nl = static_cast<char*>(
                         memchr(start, '\n', have - static_cast<size_t>(start - buf))))) {
                 *nl = 0;
-                unsigned long s = 0, t = 0, prm = 0, bits = 0;
-                if (sscanf(start, "sig %lu %lu %lu %lu", &s, &t, &prm, &bits) == 4) {
-                    TAV_MATRIX_OBJ_SIGNAL_FLAG rec = {
-                        static_cast<uint32_t>(s), static_cast<uint32_t>(t),
-                        static_cast<uint32_t>(prm), static_cast<uint32_t>(bits)};
+                TAV_MATRIX_OBJ_SIGNAL_FLAG rec;
+                if (sscanf(start, "sig %" SCNu32 " %" SCNu32 " %" SCNu32 " %" SCNu32, &rec.src,
+                           &rec.thread_id, &rec.src_parameter, &rec.sig_bit_map) == 4)
                     deliver(h, rec);
-                }
                 start = nl + 1;
             }
             have -= static_cast<size_t>(start - buf);
@@ -421,7 +461,7 @@ int32_t tav_matrix_register_inner_signal(void* p, uint32_t mask,
             return -1;
         }
     }
-    return callf(h, "register_inner_signal %ld\n", static_cast<long>(mask));
+    return callu(h, "register_inner_signal", mask);
 }
 
 int32_t tav_matrix_unregister_inner_signal(void* p, uint32_t mask) {
@@ -436,7 +476,7 @@ int32_t tav_matrix_unregister_inner_signal(void* p, uint32_t mask) {
         h->cb = nullptr;
     pthread_mutex_unlock(&h->sig_mu);
     pthread_mutex_unlock(&h->cb_mu);
-    return callf(h, "unregister_inner_signal %ld\n", static_cast<long>(mask));
+    return callu(h, "unregister_inner_signal", mask);
 }
 
 int32_t tav_matrix_get_inner_signal_information(void* p, TAV_MATRIX_OBJ_SIGNAL_FLAG* record) {

@@ -4,10 +4,13 @@
 // the client connections, a self-pipe for SIGINT/SIGTERM and a timer list
 // (PID-file lock release, cards turning normal, a running update).
 //
-// Line protocol, one request per line:
+// Line protocol, one request per line, in plain text so that clients of any
+// byte order and word size are served alike (described in full at the top of
+// tav_matrix_client.cpp):
 //   library calls:  "<call> ARGS..." -> "<result> [payload]"
-//   signal stream:  "subscribe PID" turns the connection into a signal
-//                   stream; the core then pushes "sig SRC THREAD PARAM BITS"
+//   signal stream:  "subscribe PID [MASK]" turns the connection into a signal
+//                   stream (and records the client's mask); the core then
+//                   pushes "sig SRC THREAD PARAM BITS"
 //   control client: "ctl COMMAND ARGS..." -> "| text" lines, then "ok" or "err TEXT"
 #include <fcntl.h>
 #include <poll.h>
@@ -471,6 +474,9 @@ void handle_line(int fd, Conn& c, const std::string& line) {
     if (w[0] == "subscribe") {
         c.subscriber = true;
         c.pid = arg(w, 1, 0);
+        // A client subscribing again after a restart of the core brings its mask.
+        if (w.size() > 2)
+            g_masks[c.pid] = (uint32_t)arg(w, 2, 0);
         return;
     }
     if (w[0] == "ctl") {
