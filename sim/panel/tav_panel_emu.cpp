@@ -13,6 +13,8 @@
 #include <termios.h>
 #include <unistd.h>
 
+#include "tav_panel_decode.h"
+
 namespace tavpanel {
 
 namespace {
@@ -50,6 +52,7 @@ struct PanelEmulator::Impl {
     uint64_t gen = 0;
     std::string problem;
     FILE* log = nullptr;
+    FILE* rec = nullptr;
     double t0 = now_s();
     std::deque<SendStep> queue;
     uint64_t queued = 0, sent = 0; // steps, for waiting on press()
@@ -65,6 +68,14 @@ struct PanelEmulator::Impl {
         if (log != nullptr) {
             std::fprintf(log, "%10.3f %s %s\n", now_s() - t0, dir, what.c_str());
             std::fflush(log);
+        }
+    }
+
+    void record(Dir dir, const uint8_t* bytes, size_t n) {
+        // Called with m held.
+        if (rec != nullptr && n > 0) {
+            std::fprintf(rec, "%s\n", format_record_line(now_s() - t0, dir, bytes, n).c_str());
+            std::fflush(rec);
         }
     }
 
@@ -84,6 +95,12 @@ struct PanelEmulator::Impl {
         }
         {
             std::lock_guard<std::mutex> w(write_m);
+            {
+                // Recorded before the write, so that the program's answer
+                // never comes first in the recording.
+                std::lock_guard<std::mutex> l(m);
+                record(Dir::panel, bytes.data(), bytes.size());
+            }
             size_t off = 0;
             while (off < bytes.size()) {
                 ssize_t n = ::write(master, bytes.data() + off, bytes.size() - off);
@@ -134,7 +151,13 @@ struct PanelEmulator::Impl {
                 problem = describe(fr[i].bytes);
             }
         }
-        if (opts.answer_handshake) {
+        const auto& given = opts.handshake_answers;
+        if (!given.empty()) {
+            for (size_t i = hs_before; i < model.handshakes(); ++i) {
+                const auto& v = given[std::min(i, given.size() - 1)];
+                answer.insert(answer.end(), v.begin(), v.end());
+            }
+        } else if (opts.answer_handshake) {
             for (size_t i = hs_before; i < model.handshakes(); ++i) {
                 const auto v =
                     version_frame(opts.fw_main, opts.fw_minor, opts.fw_build_hi, opts.fw_build_lo);
@@ -152,6 +175,10 @@ struct PanelEmulator::Impl {
         peer_open = open;
         open ? ++opens : ++closes;
         log_line("--", open ? "port opened by the program" : "port closed by the program");
+        if (rec != nullptr) {
+            std::fprintf(rec, "# %.6f %s\n", now_s() - t0,
+                         open ? "port opened by the program" : "port closed by the program");
+        }
         bump();
     }
 
@@ -204,6 +231,7 @@ struct PanelEmulator::Impl {
                         std::lock_guard<std::mutex> l(m);
                         const size_t fb = model.frames_total();
                         const size_t hb = model.handshakes();
+                        record(Dir::program, buf, static_cast<size_t>(n));
                         model.feed(buf, static_cast<size_t>(n));
                         took(fb, hb, answer);
                     }
@@ -322,8 +350,20 @@ bool PanelEmulator::start() {
     if (!d.opts.log_path.empty()) {
         d.log = std::fopen(d.opts.log_path.c_str(), "a");
     }
+    if (!d.opts.record_path.empty()) {
+        d.rec = std::fopen(d.opts.record_path.c_str(), "w");
+        if (d.rec == nullptr) {
+            stop();
+            return false;
+        }
+        std::fprintf(d.rec,
+                     "%s\n# SECONDS since the start, who sent the bytes (panel or program), the "
+                     "bytes in hex\n",
+                     RECORD_HEADER);
+    }
     {
         std::lock_guard<std::mutex> l(d.m);
+        d.t0 = now_s();
         d.stopping = false;
         d.log_line("--", "panel on " + d.slave + " linked at " + d.link);
     }
@@ -362,9 +402,11 @@ void PanelEmulator::stop() {
         ::unlink(d.link.c_str());
     }
     std::lock_guard<std::mutex> l(d.m);
-    if (d.log != nullptr) {
-        std::fclose(d.log);
-        d.log = nullptr;
+    for (FILE** f : {&d.log, &d.rec}) {
+        if (*f != nullptr) {
+            std::fclose(*f);
+            *f = nullptr;
+        }
     }
     d.running = false;
 }

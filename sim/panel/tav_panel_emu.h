@@ -34,6 +34,12 @@ struct EmulatorOptions {
     std::string log_path;   // optional frame log with timestamps
     int hold_ms = 250;      // time between a key frame and its release
     size_t frame_limit = 0; // frames kept (0: all); long interactive runs set one
+    // Recording of every byte both ways (tav_panel_decode.h); empty: none.
+    std::string record_path;
+    // When not empty, the n-th handshake is answered with entry n (an empty
+    // entry: no answer) and later ones as the last entry; the firmware
+    // fields above are then not used. Replays answer as the recording did.
+    std::vector<std::vector<uint8_t>> handshake_answers;
 };
 
 class PanelEmulator {

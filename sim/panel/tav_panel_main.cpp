@@ -1,11 +1,13 @@
 // tav_panel_emu: the emulated front panel for people and shell scripts.
 //
 //   tav_panel_emu --root DIR [--silent] [--firmware MAIN.MINOR.BUILD] [--log FILE]
-//                 [--hold-ms N] [--serve]
+//                 [--hold-ms N] [--record FILE] [--serve | --replay FILE [--speed N] [--expect]]
 //
 // On a terminal it shows the panel and maps the PC keyboard to the keys.
 // Otherwise it reads commands, one a line, from standard input (see usage()).
 // --serve: no interaction at all; serve the program until SIGINT or SIGTERM.
+// --record: every byte both ways into FILE (format in tav_panel_decode.h).
+// --replay: the key frames of a recording played against the program.
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
@@ -21,6 +23,7 @@
 #include <string>
 
 #include "tav_panel_emu.h"
+#include "tav_panel_replay.h"
 
 using namespace tavpanel;
 using std::chrono::milliseconds;
@@ -48,7 +51,13 @@ void restore_tty() {
 
 void usage() {
     fputs("usage: tav_panel_emu --root DIR [--silent] [--firmware MAIN.MINOR.BUILD] [--log FILE]\n"
-          "                     [--hold-ms N] [--serve]\n"
+          "                     [--hold-ms N] [--record FILE]\n"
+          "                     [--serve | --replay FILE [--speed N] [--expect]]\n"
+          "  --record FILE         every byte both ways, with times, into FILE\n"
+          "  --replay FILE         play the key frames of a recording with their spacing and\n"
+          "                        answer the handshake as the recording did; --speed N: N times\n"
+          "                        as fast; --expect: stop at the first screen that differs from\n"
+          "                        the recording (exit status 1)\n"
           "Script commands (standard input not a terminal), one a line:\n"
           "  press KEY             KEY: 0-9, LEFT, RIGHT, BREAK, DEFAULT, TAKE, MENU, LOCK\n"
           "  lock-toggle           LOCK twice without a release, then the release\n"
@@ -372,6 +381,8 @@ int main(int argc, char** argv) {
     EmulatorOptions o;
     o.frame_limit = 20000;
     bool serve = false;
+    std::string replay_path;
+    ReplayOptions ro;
     for (int i = 1; i < argc; ++i) {
         const std::string a = argv[i];
         const bool has_value = i + 1 < argc;
@@ -396,14 +407,41 @@ int main(int argc, char** argv) {
             o.hold_ms = atoi(argv[++i]);
         } else if (a == "--serve") {
             serve = true;
+        } else if (a == "--record" && has_value) {
+            o.record_path = argv[++i];
+        } else if (a == "--replay" && has_value) {
+            replay_path = argv[++i];
+        } else if (a == "--speed" && has_value) {
+            ro.speed = atof(argv[++i]);
+            if (!(ro.speed > 0 && ro.speed <= 1000)) {
+                usage();
+                return 2;
+            }
+        } else if (a == "--expect") {
+            ro.expect = true;
         } else {
             usage();
             return 2;
         }
     }
-    if (o.root.empty()) {
+    if (o.root.empty() || (serve && !replay_path.empty())) {
         usage();
         return 2;
+    }
+    ReplayPlan plan;
+    if (!replay_path.empty()) {
+        std::vector<RecordLine> lines;
+        std::string err;
+        if (!load_recording(replay_path, lines, err)) {
+            fprintf(stderr, "tav_panel_emu: %s\n", err.c_str());
+            return 2;
+        }
+        plan = plan_replay(lines);
+        if (plan.steps.empty()) {
+            fprintf(stderr, "tav_panel_emu: %s holds no key frames\n", replay_path.c_str());
+            return 2;
+        }
+        o.handshake_answers = plan.handshake_answers;
     }
     if (pipe(g_sig_pipe) != 0) {
         perror("pipe");
@@ -428,7 +466,10 @@ int main(int argc, char** argv) {
         return 1;
     }
     int rc = 0;
-    if (serve) {
+    if (!replay_path.empty()) {
+        ro.stop_fd = g_sig_pipe[0];
+        rc = replay(emu, plan, ro, stdout);
+    } else if (serve) {
         rc = run_serve();
     } else if (isatty(STDIN_FILENO) && isatty(STDOUT_FILENO)) {
         rc = run_interactive(emu, info);
