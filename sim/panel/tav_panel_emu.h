@@ -13,6 +13,9 @@
 // looks again every 10 ms (poll on the stop pipe with a time-out); while it
 // is open the reader blocks in poll. An open and close within 10 ms that
 // writes nothing can go unseen.
+//
+// The line can vanish and come back (drop_port, restore_port): the master is
+// closed and the link removed, later a new pty is linked at the same path.
 #pragma once
 
 #include <chrono>
@@ -68,6 +71,17 @@ class PanelEmulator {
     // The bytes in pieces cut at the given offsets, `gap` apart.
     void send_split(const std::vector<uint8_t>& bytes, const std::vector<size_t>& cuts,
                     std::chrono::milliseconds gap);
+    // The line vanishes: the pty master is closed, so the program's reads see
+    // a hang-up and its writes fail, and the link is removed (with
+    // `break_link`: left pointing to a path that does not exist). Keys
+    // pressed meanwhile are lost. False when not running or already dropped.
+    bool drop_port(bool break_link = false);
+    // The line comes back: a new pty linked at the same path, and the picture
+    // of a freshly powered panel (blank LCD, LEDs off); counters and frames
+    // are kept. False when not dropped or no pty could be made. Neither call
+    // may run at the same time as start() or stop().
+    bool restore_port();
+    bool port_dropped() const;
     void set_answer_handshake(bool on);
     void set_firmware(uint8_t main, uint8_t minor, uint8_t build_hi, uint8_t build_lo);
 
@@ -109,6 +123,7 @@ class PanelEmulator {
     int notify_fd() const;
     void drain_notify() const;
 
+    // Changes when the port comes back.
     const std::string& slave_path() const;
     const std::string& link_path() const;
 

@@ -8,6 +8,8 @@
 // --serve: no interaction at all; serve the program until SIGINT or SIGTERM.
 // --record: every byte both ways into FILE (format in tav_panel_decode.h).
 // --replay: the key frames of a recording played against the program.
+// SIGUSR1 (any mode), the key p (terminal) or drop-port / restore-port
+// (script): the line vanishes and comes back.
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
@@ -21,6 +23,7 @@
 #include <iostream>
 #include <sstream>
 #include <string>
+#include <thread>
 
 #include "tav_panel_emu.h"
 #include "tav_panel_replay.h"
@@ -31,12 +34,26 @@ using std::chrono::milliseconds;
 namespace {
 
 int g_sig_pipe[2] = {-1, -1};
+int g_usr_pipe[2] = {-1, -1}; // SIGUSR1: drop the line or bring it back
 termios g_saved_tty{};
 bool g_tty_raw = false;
 
 void on_signal(int sig) {
     const char b = static_cast<char>(sig);
     [[maybe_unused]] ssize_t r = write(g_sig_pipe[1], &b, 1);
+}
+
+void on_usr1(int) {
+    const char b = 'u';
+    [[maybe_unused]] ssize_t r = write(g_usr_pipe[1], &b, 1);
+}
+
+// Drops the line when it is up, brings it back when it is down.
+const char* toggle_port(PanelEmulator& emu) {
+    if (emu.port_dropped()) {
+        return emu.restore_port() ? "port back" : "port could not come back";
+    }
+    return emu.drop_port() ? "port dropped" : "port not dropped";
 }
 
 void restore_tty() {
@@ -63,6 +80,9 @@ void usage() {
           "  lock-toggle           LOCK twice without a release, then the release\n"
           "  raw HEX...            bytes as they are, e.g. raw EB 5F 21 00\n"
           "  silent on|off         stop or resume answering the handshake\n"
+          "  drop-port [break]     the line vanishes: pty closed, link removed (break: left\n"
+          "                        pointing nowhere); SIGUSR1 drops and restores in any mode\n"
+          "  restore-port          a new pty at the same link, the panel freshly powered\n"
           "  wait-lcd LINE TEXT MS wait until LCD line LINE contains TEXT\n"
           "  wait-leds HEX MS      wait until the steady LED mask is HEX\n"
           "  sleep MS\n"
@@ -104,6 +124,9 @@ void draw(const PanelEmulator& emu, const std::string& info, const std::string& 
     std::string o = "\033[H\033[2J";
     o += "tav_panel_emu  " + info + "  port " +
          (emu.peer_opens() > 0 && !emu.peer_closed() ? "open" : "closed") + "\r\n\r\n";
+    if (emu.port_dropped()) {
+        o += "  \033[1;31mline dropped (p brings it back)\033[0m\r\n";
+    }
     o += "  +----------------------------------------+\r\n";
     for (int line = 0; line < LCD_LINES; ++line) {
         o += "  |";
@@ -134,7 +157,8 @@ void draw(const PanelEmulator& emu, const std::string& info, const std::string& 
     }
     o += "\r\n\r\n  keys: 0-9 digits, Left/Right arrows LEFT/RIGHT, t TAKE, m MENU, l LOCK, b "
          "BREAK,\r\n"
-         "        d DEFAULT, L lock toggle (LOCK twice), q or Ctrl-C quit\r\n"
+         "        d DEFAULT, L lock toggle (LOCK twice), p drop or restore the line,\r\n"
+         "        q or Ctrl-C quit\r\n"
          "  [on] {blinking} off\r\n\r\n";
     snprintf(buf, sizeof buf, "  handshakes %zu  error replies %zu  unknown %zu  malformed %zu\r\n",
              emu.handshakes(), emu.error_replies(), emu.unknown_frames(), emu.malformed_frames());
@@ -237,6 +261,10 @@ int run_interactive(PanelEmulator& emu, const std::string& info) {
                 case 'd':
                     key = KEY_DEFAULT;
                     break;
+                case 'p':
+                    status = toggle_port(emu);
+                    dirty = true;
+                    continue;
                 case 'L':
                     emu.lock_toggle(false);
                     status = "sent LOCK, LOCK, release";
@@ -271,7 +299,9 @@ void dump(const PanelEmulator& emu) {
            s.lcd[0].c_str(), s.lcd[1].c_str(), s.cursor_line, s.cursor_col, s.led_steady,
            s.led_blink, s.key_enable, s.blink_cycle, emu.handshakes(), emu.error_replies(),
            emu.unknown_frames(), emu.malformed_frames(),
-           emu.peer_opens() > 0 && !emu.peer_closed() ? "open" : "closed");
+           emu.port_dropped()                           ? "dropped"
+           : emu.peer_opens() > 0 && !emu.peer_closed() ? "open"
+                                                        : "closed");
     fflush(stdout);
 }
 
@@ -314,6 +344,14 @@ bool run_line(PanelEmulator& emu, const std::string& line, bool& quit) {
         in >> v;
         emu.set_answer_handshake(v == "off");
         return true;
+    }
+    if (cmd == "drop-port") {
+        std::string how;
+        in >> how;
+        return answer(emu.drop_port(how == "break"), "drop-port");
+    }
+    if (cmd == "restore-port") {
+        return answer(emu.restore_port(), "restore-port");
     }
     if (cmd == "sleep") {
         long ms = 0;
@@ -455,6 +493,12 @@ int main(int argc, char** argv) {
         sigaction(sig, &sa, nullptr);
     }
     signal(SIGPIPE, SIG_IGN);
+    if (pipe(g_usr_pipe) != 0) {
+        perror("pipe");
+        return 1;
+    }
+    sa.sa_handler = on_usr1;
+    sigaction(SIGUSR1, &sa, nullptr);
 
     char info[160];
     snprintf(info, sizeof info, "%s  fw %u.%u.%u  %s", o.root.c_str(), o.fw_main, o.fw_minor,
@@ -465,6 +509,13 @@ int main(int argc, char** argv) {
                 strerror(errno));
         return 1;
     }
+    // SIGUSR1 toggles the line from its own thread, whatever the mode.
+    std::thread usr([&emu] {
+        char b = 0;
+        while (read(g_usr_pipe[0], &b, 1) == 1 && b == 'u') {
+            fprintf(stderr, "tav_panel_emu: %s\n", toggle_port(emu));
+        }
+    });
     int rc = 0;
     if (!replay_path.empty()) {
         ro.stop_fd = g_sig_pipe[0];
@@ -476,6 +527,9 @@ int main(int argc, char** argv) {
     } else {
         rc = run_script(emu);
     }
+    const char quit = 'q';
+    [[maybe_unused]] ssize_t r = write(g_usr_pipe[1], &quit, 1);
+    usr.join();
     emu.stop();
     return rc;
 }

@@ -184,6 +184,12 @@ void PanelModel::apply(const std::vector<uint8_t>& f) {
     }
 }
 
+void PanelModel::reset_picture() {
+    state_ = PanelState{};
+    rec_ = TAV_COM_STRUCT{};
+    pending_.clear();
+}
+
 void PanelModel::feed(const uint8_t* data, size_t len) {
     if (data == nullptr) {
         return;

@@ -97,6 +97,9 @@ class PanelModel {
     size_t handshakes() const { return handshakes_; }
     // Error replies (EB 5F order 01 code A5) seen.
     size_t error_replies() const { return error_replies_; }
+    // A freshly powered panel: blank LCD, LEDs off, no partial frame. The
+    // counters and the frames seen are kept.
+    void reset_picture();
     // Whether a partial frame is waiting for more bytes.
     bool in_frame() const { return !pending_.empty(); }
 

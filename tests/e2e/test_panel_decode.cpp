@@ -1,6 +1,9 @@
-// The capture decoder on each input format and on damaged captures, and a
-// recorded session replayed against a fresh program.
+// The capture decoder on each input format and on damaged captures, a
+// recorded session replayed against a fresh program, and the panel's line
+// vanishing and coming back.
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <cstdio>
 #include <fstream>
@@ -186,6 +189,31 @@ TEST(PanelReplay, RecordedSessionReplaysAndAnEditedOneFailsAtItsKey) {
     EXPECT_NE(report.find("differs after key press 3 (key frame 7 of 10"), std::string::npos)
         << report;
     EXPECT_NE(report.find("recording |#"), std::string::npos) << report;
+}
+
+TEST(PanelLine, DropHangsUpAndRemovesTheLinkRestoreBringsAFreshPanel) {
+    Sandbox sb;
+    PanelEmulator& emu = sb.panel();
+    const std::string link = sb.path("dev/ttyPSC3");
+    const std::string text = "\xEB\x5F\x21\x05\x04\x00\x00\x4F\x4B\x0F"s; // "OK" at 0,0
+    int fd = open(link.c_str(), O_RDWR | O_NOCTTY);
+    ASSERT_GE(fd, 0);
+    ASSERT_EQ(write(fd, text.data(), text.size()), static_cast<ssize_t>(text.size()));
+    ASSERT_TRUE(emu.wait_lcd(0, "OK", 5s));
+    ASSERT_TRUE(emu.drop_port(true));
+    char b;
+    EXPECT_LE(read(fd, &b, 1), 0); // hang-up: end of file or an error, not a block
+    EXPECT_LT(open(link.c_str(), O_RDWR | O_NOCTTY), 0);
+    close(fd);
+    ASSERT_TRUE(emu.restore_port());
+    EXPECT_EQ(emu.state().lcd[0], std::string(40, ' '));
+    fd = open(link.c_str(), O_RDWR | O_NOCTTY);
+    ASSERT_GE(fd, 0);
+    ASSERT_EQ(write(fd, "\xEB\x5F\x21\x02\x00\x00\x0F", 7), 7);
+    EXPECT_TRUE(emu.wait_handshakes(1, 5s));
+    uint8_t answer[11];
+    EXPECT_EQ(read(fd, answer, sizeof answer), 11); // the version, on the new line
+    close(fd);
 }
 
 } // namespace
