@@ -4,6 +4,7 @@
 # q or Ctrl-C in the panel ends all three; nothing is left running.
 #
 #   bash scripts/demo.sh            sandbox in ./demo-root (TAV_DEMO_ROOT=DIR to choose)
+#   bash scripts/demo.sh ARGS...    ARGS go to the panel emulator (--record FILE, --replay FILE ...)
 set -euo pipefail
 cd "$(dirname "$0")/.."
 repo=$PWD
@@ -83,4 +84,4 @@ echo
 echo "The panel starts in 3 s (q or Ctrl-C quits)."
 sleep 3
 
-"$bin/tav_panel_emu" --root "$root"
+"$bin/tav_panel_emu" --root "$root" "$@"

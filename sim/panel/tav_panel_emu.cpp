@@ -13,6 +13,8 @@
 #include <termios.h>
 #include <unistd.h>
 
+#include "tav_panel_decode.h"
+
 namespace tavpanel {
 
 namespace {
@@ -36,6 +38,7 @@ struct PanelEmulator::Impl {
     std::string link;
     int master = -1;
     int stop_pipe[2] = {-1, -1};
+    int ctl_pipe[2] = {-1, -1}; // wakes the reader when the line is dropped
     int notify_pipe[2] = {-1, -1};
     std::thread reader;
     std::thread sender;
@@ -46,15 +49,18 @@ struct PanelEmulator::Impl {
     bool stopping = false;
     bool running = false;
     bool peer_open = false;
+    bool dropped = false;
     size_t opens = 0, closes = 0;
     uint64_t gen = 0;
     std::string problem;
     FILE* log = nullptr;
+    FILE* rec = nullptr;
     double t0 = now_s();
     std::deque<SendStep> queue;
     uint64_t queued = 0, sent = 0; // steps, for waiting on press()
 
     std::mutex write_m; // one frame per write on the master
+    std::mutex port_m;  // one drop or restore at a time
 
     explicit Impl(EmulatorOptions o) : opts(std::move(o)) {
         model.set_frame_limit(opts.frame_limit);
@@ -65,6 +71,14 @@ struct PanelEmulator::Impl {
         if (log != nullptr) {
             std::fprintf(log, "%10.3f %s %s\n", now_s() - t0, dir, what.c_str());
             std::fflush(log);
+        }
+    }
+
+    void record(Dir dir, const uint8_t* bytes, size_t n) {
+        // Called with m held.
+        if (rec != nullptr && n > 0) {
+            std::fprintf(rec, "%s\n", format_record_line(now_s() - t0, dir, bytes, n).c_str());
+            std::fflush(rec);
         }
     }
 
@@ -79,11 +93,20 @@ struct PanelEmulator::Impl {
     }
 
     void write_bytes(const std::vector<uint8_t>& bytes) {
-        if (bytes.empty() || master < 0) {
+        if (bytes.empty()) {
             return;
         }
         {
             std::lock_guard<std::mutex> w(write_m);
+            if (master < 0) {
+                return; // the line is dropped
+            }
+            {
+                // Recorded before the write, so that the program's answer
+                // never comes first in the recording.
+                std::lock_guard<std::mutex> l(m);
+                record(Dir::panel, bytes.data(), bytes.size());
+            }
             size_t off = 0;
             while (off < bytes.size()) {
                 ssize_t n = ::write(master, bytes.data() + off, bytes.size() - off);
@@ -134,7 +157,13 @@ struct PanelEmulator::Impl {
                 problem = describe(fr[i].bytes);
             }
         }
-        if (opts.answer_handshake) {
+        const auto& given = opts.handshake_answers;
+        if (!given.empty()) {
+            for (size_t i = hs_before; i < model.handshakes(); ++i) {
+                const auto& v = given[std::min(i, given.size() - 1)];
+                answer.insert(answer.end(), v.begin(), v.end());
+            }
+        } else if (opts.answer_handshake) {
             for (size_t i = hs_before; i < model.handshakes(); ++i) {
                 const auto v =
                     version_frame(opts.fw_main, opts.fw_minor, opts.fw_build_hi, opts.fw_build_lo);
@@ -151,13 +180,58 @@ struct PanelEmulator::Impl {
         }
         peer_open = open;
         open ? ++opens : ++closes;
-        log_line("--", open ? "port opened by the program" : "port closed by the program");
-        bump();
+        note(open ? "port opened by the program" : "port closed by the program");
     }
 
     bool stop_requested(int timeout_ms) {
         pollfd p{stop_pipe[0], POLLIN, 0};
         return ::poll(&p, 1, timeout_ms) > 0;
+    }
+
+    // The reader's wait: true when it is to end (stop, or the line dropped).
+    bool reader_woken(int timeout_ms) {
+        pollfd p[2] = {{stop_pipe[0], POLLIN, 0}, {ctl_pipe[0], POLLIN, 0}};
+        return ::poll(p, 2, timeout_ms) > 0;
+    }
+
+    // A new pty, raw, with the master non-blocking and the slave linked at
+    // `link`. Called with write_m held (or before the threads run).
+    bool open_pty() {
+        master = ::posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
+        char name[128];
+        if (master < 0 || ::grantpt(master) != 0 || ::unlockpt(master) != 0 ||
+            ::ptsname_r(master, name, sizeof name) != 0) {
+            return false;
+        }
+        slave = name;
+        // Open the slave once: make it raw (no echo of our frames back to us)
+        // and put the master into the hang-up state that tells us when the
+        // program opens and closes it.
+        int s = ::open(name, O_RDWR | O_NOCTTY | O_CLOEXEC);
+        if (s < 0) {
+            return false;
+        }
+        termios t{};
+        if (::tcgetattr(s, &t) == 0) {
+            ::cfmakeraw(&t);
+            ::cfsetispeed(&t, B19200);
+            ::cfsetospeed(&t, B19200);
+            ::tcsetattr(s, TCSANOW, &t);
+        }
+        ::close(s);
+        ::fcntl(master, F_SETFL, ::fcntl(master, F_GETFL) | O_NONBLOCK);
+        ::unlink(link.c_str());
+        return ::symlink(name, link.c_str()) == 0;
+    }
+
+    void note(const char* what) {
+        // Called with m held.
+        log_line("--", what);
+        if (rec != nullptr) {
+            std::fprintf(rec, "# %.6f %s\n", now_s() - t0, what);
+            std::fflush(rec);
+        }
+        bump();
     }
 
     void read_loop() {
@@ -168,7 +242,7 @@ struct PanelEmulator::Impl {
             if (!open) {
                 // The master reports a hang-up while nobody holds the slave:
                 // look again every 10 ms.
-                if (stop_requested(10)) {
+                if (reader_woken(10)) {
                     return;
                 }
                 pollfd p{master, POLLIN, 0};
@@ -179,14 +253,15 @@ struct PanelEmulator::Impl {
                     set_peer(true);
                 }
             } else {
-                pollfd p[2] = {{master, POLLIN, 0}, {stop_pipe[0], POLLIN, 0}};
-                if (::poll(p, 2, -1) < 0) {
+                pollfd p[3] = {
+                    {master, POLLIN, 0}, {stop_pipe[0], POLLIN, 0}, {ctl_pipe[0], POLLIN, 0}};
+                if (::poll(p, 3, -1) < 0) {
                     if (errno == EINTR) {
                         continue;
                     }
                     return;
                 }
-                if (p[1].revents != 0) {
+                if (p[1].revents != 0 || p[2].revents != 0) {
                     return;
                 }
                 rev = p[0].revents;
@@ -204,6 +279,7 @@ struct PanelEmulator::Impl {
                         std::lock_guard<std::mutex> l(m);
                         const size_t fb = model.frames_total();
                         const size_t hb = model.handshakes();
+                        record(Dir::program, buf, static_cast<size_t>(n));
                         model.feed(buf, static_cast<size_t>(n));
                         took(fb, hb, answer);
                     }
@@ -284,37 +360,8 @@ bool PanelEmulator::start() {
     fs::create_directories(fs::path(d.opts.root) / "dev", ec);
     d.link = (fs::path(d.opts.root) / "dev" / "ttyPSC3").string();
 
-    d.master = ::posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
-    if (d.master < 0 || ::grantpt(d.master) != 0 || ::unlockpt(d.master) != 0) {
-        stop();
-        return false;
-    }
-    char name[128];
-    if (::ptsname_r(d.master, name, sizeof name) != 0) {
-        stop();
-        return false;
-    }
-    d.slave = name;
-    // Open the slave once: make it raw (no echo of our frames back to us) and
-    // put the master into the hang-up state that tells us when the program
-    // opens and closes it.
-    int s = ::open(name, O_RDWR | O_NOCTTY | O_CLOEXEC);
-    if (s < 0) {
-        stop();
-        return false;
-    }
-    termios t{};
-    if (::tcgetattr(s, &t) == 0) {
-        ::cfmakeraw(&t);
-        ::cfsetispeed(&t, B19200);
-        ::cfsetospeed(&t, B19200);
-        ::tcsetattr(s, TCSANOW, &t);
-    }
-    ::close(s);
-    ::fcntl(d.master, F_SETFL, ::fcntl(d.master, F_GETFL) | O_NONBLOCK);
-
-    fs::remove(d.link, ec);
-    if (::symlink(name, d.link.c_str()) != 0 || ::pipe2(d.stop_pipe, O_CLOEXEC) != 0 ||
+    if (!d.open_pty() || ::pipe2(d.stop_pipe, O_CLOEXEC) != 0 ||
+        ::pipe2(d.ctl_pipe, O_CLOEXEC | O_NONBLOCK) != 0 ||
         ::pipe2(d.notify_pipe, O_CLOEXEC | O_NONBLOCK) != 0) {
         stop();
         return false;
@@ -322,9 +369,22 @@ bool PanelEmulator::start() {
     if (!d.opts.log_path.empty()) {
         d.log = std::fopen(d.opts.log_path.c_str(), "a");
     }
+    if (!d.opts.record_path.empty()) {
+        d.rec = std::fopen(d.opts.record_path.c_str(), "w");
+        if (d.rec == nullptr) {
+            stop();
+            return false;
+        }
+        std::fprintf(d.rec,
+                     "%s\n# SECONDS since the start, who sent the bytes (panel or program), the "
+                     "bytes in hex\n",
+                     RECORD_HEADER);
+    }
     {
         std::lock_guard<std::mutex> l(d.m);
+        d.t0 = now_s();
         d.stopping = false;
+        d.dropped = false;
         d.log_line("--", "panel on " + d.slave + " linked at " + d.link);
     }
     d.reader = std::thread([&d] { d.read_loop(); });
@@ -351,8 +411,8 @@ void PanelEmulator::stop() {
     if (d.sender.joinable()) {
         d.sender.join();
     }
-    for (int* fd :
-         {&d.master, &d.stop_pipe[0], &d.stop_pipe[1], &d.notify_pipe[0], &d.notify_pipe[1]}) {
+    for (int* fd : {&d.master, &d.stop_pipe[0], &d.stop_pipe[1], &d.ctl_pipe[0], &d.ctl_pipe[1],
+                    &d.notify_pipe[0], &d.notify_pipe[1]}) {
         if (*fd >= 0) {
             ::close(*fd);
             *fd = -1;
@@ -362,9 +422,11 @@ void PanelEmulator::stop() {
         ::unlink(d.link.c_str());
     }
     std::lock_guard<std::mutex> l(d.m);
-    if (d.log != nullptr) {
-        std::fclose(d.log);
-        d.log = nullptr;
+    for (FILE** f : {&d.log, &d.rec}) {
+        if (*f != nullptr) {
+            std::fclose(*f);
+            *f = nullptr;
+        }
     }
     d.running = false;
 }
@@ -413,6 +475,75 @@ void PanelEmulator::send_split(const std::vector<uint8_t>& bytes, const std::vec
     steps.push_back(
         {std::vector<uint8_t>(bytes.begin() + static_cast<long>(from), bytes.end()), 0});
     impl_->wait_sent(impl_->enqueue(std::move(steps)));
+}
+
+bool PanelEmulator::drop_port(bool break_link) {
+    Impl& d = *impl_;
+    std::lock_guard<std::mutex> one(d.port_m);
+    {
+        std::lock_guard<std::mutex> l(d.m);
+        if (!d.running || d.stopping || d.dropped) {
+            return false;
+        }
+    }
+    const char b = 1;
+    [[maybe_unused]] ssize_t r = ::write(d.ctl_pipe[1], &b, 1);
+    if (d.reader.joinable()) {
+        d.reader.join();
+    }
+    char drain[16];
+    while (::read(d.ctl_pipe[0], drain, sizeof drain) > 0) {
+    }
+    {
+        std::lock_guard<std::mutex> w(d.write_m);
+        ::close(d.master);
+        d.master = -1;
+        ::unlink(d.link.c_str());
+        if (break_link) {
+            // A name the pty file system never uses.
+            [[maybe_unused]] int e = ::symlink((d.slave + "-gone").c_str(), d.link.c_str());
+        }
+    }
+    std::lock_guard<std::mutex> l(d.m);
+    d.dropped = true;
+    d.peer_open = false;
+    d.note(break_link ? "port dropped by the panel (link broken)"
+                      : "port dropped by the panel (link removed)");
+    return true;
+}
+
+bool PanelEmulator::restore_port() {
+    Impl& d = *impl_;
+    std::lock_guard<std::mutex> one(d.port_m);
+    {
+        std::lock_guard<std::mutex> l(d.m);
+        if (!d.running || d.stopping || !d.dropped) {
+            return false;
+        }
+    }
+    {
+        std::lock_guard<std::mutex> w(d.write_m);
+        if (!d.open_pty()) {
+            if (d.master >= 0) {
+                ::close(d.master);
+                d.master = -1;
+            }
+            return false;
+        }
+    }
+    {
+        std::lock_guard<std::mutex> l(d.m);
+        d.dropped = false;
+        d.model.reset_picture();
+        d.note(("port back on " + d.slave).c_str());
+    }
+    d.reader = std::thread([&d] { d.read_loop(); });
+    return true;
+}
+
+bool PanelEmulator::port_dropped() const {
+    std::lock_guard<std::mutex> l(impl_->m);
+    return impl_->dropped;
 }
 
 void PanelEmulator::set_answer_handshake(bool on) {

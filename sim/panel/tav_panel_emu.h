@@ -13,6 +13,9 @@
 // looks again every 10 ms (poll on the stop pipe with a time-out); while it
 // is open the reader blocks in poll. An open and close within 10 ms that
 // writes nothing can go unseen.
+//
+// The line can vanish and come back (drop_port, restore_port): the master is
+// closed and the link removed, later a new pty is linked at the same path.
 #pragma once
 
 #include <chrono>
@@ -34,6 +37,12 @@ struct EmulatorOptions {
     std::string log_path;   // optional frame log with timestamps
     int hold_ms = 250;      // time between a key frame and its release
     size_t frame_limit = 0; // frames kept (0: all); long interactive runs set one
+    // Recording of every byte both ways (tav_panel_decode.h); empty: none.
+    std::string record_path;
+    // When not empty, the n-th handshake is answered with entry n (an empty
+    // entry: no answer) and later ones as the last entry; the firmware
+    // fields above are then not used. Replays answer as the recording did.
+    std::vector<std::vector<uint8_t>> handshake_answers;
 };
 
 class PanelEmulator {
@@ -62,6 +71,17 @@ class PanelEmulator {
     // The bytes in pieces cut at the given offsets, `gap` apart.
     void send_split(const std::vector<uint8_t>& bytes, const std::vector<size_t>& cuts,
                     std::chrono::milliseconds gap);
+    // The line vanishes: the pty master is closed, so the program's reads see
+    // a hang-up and its writes fail, and the link is removed (with
+    // `break_link`: left pointing to a path that does not exist). Keys
+    // pressed meanwhile are lost. False when not running or already dropped.
+    bool drop_port(bool break_link = false);
+    // The line comes back: a new pty linked at the same path, and the picture
+    // of a freshly powered panel (blank LCD, LEDs off); counters and frames
+    // are kept. False when not dropped or no pty could be made. Neither call
+    // may run at the same time as start() or stop().
+    bool restore_port();
+    bool port_dropped() const;
     void set_answer_handshake(bool on);
     void set_firmware(uint8_t main, uint8_t minor, uint8_t build_hi, uint8_t build_lo);
 
@@ -103,6 +123,7 @@ class PanelEmulator {
     int notify_fd() const;
     void drain_notify() const;
 
+    // Changes when the port comes back.
     const std::string& slave_path() const;
     const std::string& link_path() const;
 

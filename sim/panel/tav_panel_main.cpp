@@ -1,11 +1,15 @@
 // tav_panel_emu: the emulated front panel for people and shell scripts.
 //
 //   tav_panel_emu --root DIR [--silent] [--firmware MAIN.MINOR.BUILD] [--log FILE]
-//                 [--hold-ms N] [--serve]
+//                 [--hold-ms N] [--record FILE] [--serve | --replay FILE [--speed N] [--expect]]
 //
 // On a terminal it shows the panel and maps the PC keyboard to the keys.
 // Otherwise it reads commands, one a line, from standard input (see usage()).
 // --serve: no interaction at all; serve the program until SIGINT or SIGTERM.
+// --record: every byte both ways into FILE (format in tav_panel_decode.h).
+// --replay: the key frames of a recording played against the program.
+// SIGUSR1 (any mode), the key p (terminal) or drop-port / restore-port
+// (script): the line vanishes and comes back.
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
@@ -19,8 +23,10 @@
 #include <iostream>
 #include <sstream>
 #include <string>
+#include <thread>
 
 #include "tav_panel_emu.h"
+#include "tav_panel_replay.h"
 
 using namespace tavpanel;
 using std::chrono::milliseconds;
@@ -28,12 +34,26 @@ using std::chrono::milliseconds;
 namespace {
 
 int g_sig_pipe[2] = {-1, -1};
+int g_usr_pipe[2] = {-1, -1}; // SIGUSR1: drop the line or bring it back
 termios g_saved_tty{};
 bool g_tty_raw = false;
 
 void on_signal(int sig) {
     const char b = static_cast<char>(sig);
     [[maybe_unused]] ssize_t r = write(g_sig_pipe[1], &b, 1);
+}
+
+void on_usr1(int) {
+    const char b = 'u';
+    [[maybe_unused]] ssize_t r = write(g_usr_pipe[1], &b, 1);
+}
+
+// Drops the line when it is up, brings it back when it is down.
+const char* toggle_port(PanelEmulator& emu) {
+    if (emu.port_dropped()) {
+        return emu.restore_port() ? "port back" : "port could not come back";
+    }
+    return emu.drop_port() ? "port dropped" : "port not dropped";
 }
 
 void restore_tty() {
@@ -48,12 +68,21 @@ void restore_tty() {
 
 void usage() {
     fputs("usage: tav_panel_emu --root DIR [--silent] [--firmware MAIN.MINOR.BUILD] [--log FILE]\n"
-          "                     [--hold-ms N] [--serve]\n"
+          "                     [--hold-ms N] [--record FILE]\n"
+          "                     [--serve | --replay FILE [--speed N] [--expect]]\n"
+          "  --record FILE         every byte both ways, with times, into FILE\n"
+          "  --replay FILE         play the key frames of a recording with their spacing and\n"
+          "                        answer the handshake as the recording did; --speed N: N times\n"
+          "                        as fast; --expect: stop at the first screen that differs from\n"
+          "                        the recording (exit status 1)\n"
           "Script commands (standard input not a terminal), one a line:\n"
           "  press KEY             KEY: 0-9, LEFT, RIGHT, BREAK, DEFAULT, TAKE, MENU, LOCK\n"
           "  lock-toggle           LOCK twice without a release, then the release\n"
           "  raw HEX...            bytes as they are, e.g. raw EB 5F 21 00\n"
           "  silent on|off         stop or resume answering the handshake\n"
+          "  drop-port [break]     the line vanishes: pty closed, link removed (break: left\n"
+          "                        pointing nowhere); SIGUSR1 drops and restores in any mode\n"
+          "  restore-port          a new pty at the same link, the panel freshly powered\n"
           "  wait-lcd LINE TEXT MS wait until LCD line LINE contains TEXT\n"
           "  wait-leds HEX MS      wait until the steady LED mask is HEX\n"
           "  sleep MS\n"
@@ -95,6 +124,9 @@ void draw(const PanelEmulator& emu, const std::string& info, const std::string& 
     std::string o = "\033[H\033[2J";
     o += "tav_panel_emu  " + info + "  port " +
          (emu.peer_opens() > 0 && !emu.peer_closed() ? "open" : "closed") + "\r\n\r\n";
+    if (emu.port_dropped()) {
+        o += "  \033[1;31mline dropped (p brings it back)\033[0m\r\n";
+    }
     o += "  +----------------------------------------+\r\n";
     for (int line = 0; line < LCD_LINES; ++line) {
         o += "  |";
@@ -125,7 +157,8 @@ void draw(const PanelEmulator& emu, const std::string& info, const std::string& 
     }
     o += "\r\n\r\n  keys: 0-9 digits, Left/Right arrows LEFT/RIGHT, t TAKE, m MENU, l LOCK, b "
          "BREAK,\r\n"
-         "        d DEFAULT, L lock toggle (LOCK twice), q or Ctrl-C quit\r\n"
+         "        d DEFAULT, L lock toggle (LOCK twice), p drop or restore the line,\r\n"
+         "        q or Ctrl-C quit\r\n"
          "  [on] {blinking} off\r\n\r\n";
     snprintf(buf, sizeof buf, "  handshakes %zu  error replies %zu  unknown %zu  malformed %zu\r\n",
              emu.handshakes(), emu.error_replies(), emu.unknown_frames(), emu.malformed_frames());
@@ -228,6 +261,10 @@ int run_interactive(PanelEmulator& emu, const std::string& info) {
                 case 'd':
                     key = KEY_DEFAULT;
                     break;
+                case 'p':
+                    status = toggle_port(emu);
+                    dirty = true;
+                    continue;
                 case 'L':
                     emu.lock_toggle(false);
                     status = "sent LOCK, LOCK, release";
@@ -262,7 +299,9 @@ void dump(const PanelEmulator& emu) {
            s.lcd[0].c_str(), s.lcd[1].c_str(), s.cursor_line, s.cursor_col, s.led_steady,
            s.led_blink, s.key_enable, s.blink_cycle, emu.handshakes(), emu.error_replies(),
            emu.unknown_frames(), emu.malformed_frames(),
-           emu.peer_opens() > 0 && !emu.peer_closed() ? "open" : "closed");
+           emu.port_dropped()                           ? "dropped"
+           : emu.peer_opens() > 0 && !emu.peer_closed() ? "open"
+                                                        : "closed");
     fflush(stdout);
 }
 
@@ -305,6 +344,14 @@ bool run_line(PanelEmulator& emu, const std::string& line, bool& quit) {
         in >> v;
         emu.set_answer_handshake(v == "off");
         return true;
+    }
+    if (cmd == "drop-port") {
+        std::string how;
+        in >> how;
+        return answer(emu.drop_port(how == "break"), "drop-port");
+    }
+    if (cmd == "restore-port") {
+        return answer(emu.restore_port(), "restore-port");
     }
     if (cmd == "sleep") {
         long ms = 0;
@@ -372,6 +419,8 @@ int main(int argc, char** argv) {
     EmulatorOptions o;
     o.frame_limit = 20000;
     bool serve = false;
+    std::string replay_path;
+    ReplayOptions ro;
     for (int i = 1; i < argc; ++i) {
         const std::string a = argv[i];
         const bool has_value = i + 1 < argc;
@@ -396,14 +445,41 @@ int main(int argc, char** argv) {
             o.hold_ms = atoi(argv[++i]);
         } else if (a == "--serve") {
             serve = true;
+        } else if (a == "--record" && has_value) {
+            o.record_path = argv[++i];
+        } else if (a == "--replay" && has_value) {
+            replay_path = argv[++i];
+        } else if (a == "--speed" && has_value) {
+            ro.speed = atof(argv[++i]);
+            if (!(ro.speed > 0 && ro.speed <= 1000)) {
+                usage();
+                return 2;
+            }
+        } else if (a == "--expect") {
+            ro.expect = true;
         } else {
             usage();
             return 2;
         }
     }
-    if (o.root.empty()) {
+    if (o.root.empty() || (serve && !replay_path.empty())) {
         usage();
         return 2;
+    }
+    ReplayPlan plan;
+    if (!replay_path.empty()) {
+        std::vector<RecordLine> lines;
+        std::string err;
+        if (!load_recording(replay_path, lines, err)) {
+            fprintf(stderr, "tav_panel_emu: %s\n", err.c_str());
+            return 2;
+        }
+        plan = plan_replay(lines);
+        if (plan.steps.empty()) {
+            fprintf(stderr, "tav_panel_emu: %s holds no key frames\n", replay_path.c_str());
+            return 2;
+        }
+        o.handshake_answers = plan.handshake_answers;
     }
     if (pipe(g_sig_pipe) != 0) {
         perror("pipe");
@@ -417,6 +493,12 @@ int main(int argc, char** argv) {
         sigaction(sig, &sa, nullptr);
     }
     signal(SIGPIPE, SIG_IGN);
+    if (pipe(g_usr_pipe) != 0) {
+        perror("pipe");
+        return 1;
+    }
+    sa.sa_handler = on_usr1;
+    sigaction(SIGUSR1, &sa, nullptr);
 
     char info[160];
     snprintf(info, sizeof info, "%s  fw %u.%u.%u  %s", o.root.c_str(), o.fw_main, o.fw_minor,
@@ -427,14 +509,27 @@ int main(int argc, char** argv) {
                 strerror(errno));
         return 1;
     }
+    // SIGUSR1 toggles the line from its own thread, whatever the mode.
+    std::thread usr([&emu] {
+        char b = 0;
+        while (read(g_usr_pipe[0], &b, 1) == 1 && b == 'u') {
+            fprintf(stderr, "tav_panel_emu: %s\n", toggle_port(emu));
+        }
+    });
     int rc = 0;
-    if (serve) {
+    if (!replay_path.empty()) {
+        ro.stop_fd = g_sig_pipe[0];
+        rc = replay(emu, plan, ro, stdout);
+    } else if (serve) {
         rc = run_serve();
     } else if (isatty(STDIN_FILENO) && isatty(STDOUT_FILENO)) {
         rc = run_interactive(emu, info);
     } else {
         rc = run_script(emu);
     }
+    const char quit = 'q';
+    [[maybe_unused]] ssize_t r = write(g_usr_pipe[1], &quit, 1);
+    usr.join();
     emu.stop();
     return rc;
 }

@@ -184,48 +184,42 @@ void PanelModel::apply(const std::vector<uint8_t>& f) {
     }
 }
 
-// Cuts complete frames off the front of pending_. On return pending_ is empty
-// or holds the start of a frame that needs more bytes.
-void PanelModel::scan() {
-    size_t start = 0;
-    for (;;) {
-        while (start < pending_.size() && pending_[start] != HEAD) {
-            ++garbage_;
-            ++start;
-        }
-        const size_t have = pending_.size() - start;
-        if (have < 2) {
-            break;
-        }
-        if (pending_[start + 1] != ADDR) {
-            // Not a frame head after all: skip it and look for the next one.
-            ++garbage_;
-            ++start;
-            continue;
-        }
-        if (have < 4) {
-            break;
-        }
-        const size_t len = pending_[start + 3];
-        // A length of 0 has no data and no defined end: keep the four bytes
-        // as a malformed frame and go on after them.
-        const size_t total = len == 0 ? 4 : len + 5;
-        if (have < total) {
-            break;
-        }
-        apply(std::vector<uint8_t>(pending_.begin() + static_cast<long>(start),
-                                   pending_.begin() + static_cast<long>(start + total)));
-        start += total;
-    }
-    pending_.erase(pending_.begin(), pending_.begin() + static_cast<long>(start));
+void PanelModel::reset_picture() {
+    state_ = PanelState{};
+    rec_ = TAV_COM_STRUCT{};
+    pending_.clear();
 }
 
 void PanelModel::feed(const uint8_t* data, size_t len) {
-    if (data == nullptr || len == 0) {
+    if (data == nullptr) {
         return;
     }
-    pending_.insert(pending_.end(), data, data + len);
-    scan();
+    for (size_t k = 0; k < len; ++k) {
+        const uint8_t b = data[k];
+        // The panel reads the program's frames by their length: a 0xEB in a
+        // text is data, not a new head.
+        switch (tav_com_step(&rec_, b, false)) {
+        case TAV_COM_STEP_HEAD:
+            garbage_ += pending_.size();
+            pending_.assign(1, b);
+            break;
+        case TAV_COM_STEP_MORE:
+            pending_.push_back(b);
+            break;
+        case TAV_COM_STEP_ZERO_LEN:
+        case TAV_COM_STEP_FRAME:
+            // A length of 0 has no data and no defined end: the four bytes
+            // are kept as a malformed frame.
+            pending_.push_back(b);
+            apply(pending_);
+            pending_.clear();
+            break;
+        default: // a byte outside any frame; a wrap drops the frame so far
+            garbage_ += pending_.size() + 1;
+            pending_.clear();
+            break;
+        }
+    }
 }
 
 std::string describe(const std::vector<uint8_t>& f) {

@@ -9,6 +9,8 @@
 #include <string>
 #include <vector>
 
+#include "tav_com_parser.h"
+
 namespace tavpanel {
 
 // Key numbers as the panel scans them: 0-9 digits, 10 LEFT, 11 RIGHT,
@@ -65,10 +67,11 @@ struct Frame {
     FrameKind kind = FrameKind::unknown;
 };
 
-// Stream decoder for program-to-panel frames. Frames may be split over any
-// number of feed() calls. The frame length comes from the length byte (the
-// program does not escape payload bytes, so a text may hold 0xEB); bytes that
-// cannot start a frame are counted as garbage and skipped up to the next 0xEB.
+// Stream decoder for program-to-panel frames, on the program's own frame
+// parser (tav_com_parser.h). Frames may be split over any number of feed()
+// calls. The frame length comes from the length byte (the program does not
+// escape payload bytes, so a text may hold 0xEB); bytes that form no frame
+// are counted as garbage and skipped up to the next 0xEB.
 class PanelModel {
   public:
     PanelModel();
@@ -94,6 +97,9 @@ class PanelModel {
     size_t handshakes() const { return handshakes_; }
     // Error replies (EB 5F order 01 code A5) seen.
     size_t error_replies() const { return error_replies_; }
+    // A freshly powered panel: blank LCD, LEDs off, no partial frame. The
+    // counters and the frames seen are kept.
+    void reset_picture();
     // Whether a partial frame is waiting for more bytes.
     bool in_frame() const { return !pending_.empty(); }
 
@@ -104,8 +110,8 @@ class PanelModel {
 
   private:
     void apply(const std::vector<uint8_t>& f);
-    void scan();
     PanelState state_;
+    TAV_COM_STRUCT rec_{}; // the shared frame parser's record
     std::vector<Frame> frames_;
     std::vector<uint8_t> pending_;
     size_t unknown_ = 0;

@@ -1,13 +1,15 @@
 // Panel frame parser, key decoding, error reply and handshake.
 //
-// Frame: EB 5F order length data... check. The parser restarts on every 0xEB
-// and keeps its state in `com`, so frames may be split over reads.
+// Frame: EB 5F order length data... check. The byte state machine
+// (tav_com_parser.h) restarts on every 0xEB and keeps its state in `com`, so
+// frames may be split over reads.
 #include "tav_uart_com.h"
 
 #include <cstring>
 #include <mutex>
 
 #include "tav_baseportcontrol.h"
+#include "tav_com_parser.h"
 
 TAV_COM_STRUCT com;
 
@@ -44,54 +46,15 @@ void tav_analyze_data(uint8_t* buf, uint8_t len) {
         return;
     }
     for (int k = 0; k < len; ++k) {
-        const uint8_t b = buf[k];
-        if (b == TAV_COM_HEAD) {
-            tav_comint();
-            com.com_current = 1;
-        }
-        if (com.com_current != 0) {
-            ++com.com_current;
-        }
-        switch (com.com_current) {
-        case 0:
+        switch (tav_com_step(&com, buf[k])) {
+        case TAV_COM_STEP_ZERO_LEN:
+            tav_back_err(0, TAV_COM_ERR_CODE);
             break;
-        case 2:
-            com.com_head = TAV_COM_HEAD;
-            break;
-        case 3:
-            if (b == TAV_COM_ADDR) {
-                com.com_add = b;
-                com.com_cur_rong = static_cast<uint8_t>(com.com_cur_rong + b);
-            } else {
-                tav_comint();
-            }
-            break;
-        case 4:
-            com.com_order = b;
-            com.com_cur_rong = static_cast<uint8_t>(com.com_cur_rong + b);
-            break;
-        case 5:
-            if (b == 0) {
-                tav_comint();
-                tav_back_err(0, TAV_COM_ERR_CODE);
-            } else {
-                com.com_len = b;
-                com.com_cur_rong = static_cast<uint8_t>(com.com_cur_rong + b);
-            }
-            break;
-        default: {
-            const int i = com.com_current - 6;
-            if (i != com.com_len) {
-                com.com_buf[i] = b;
-                com.com_cur_rong = static_cast<uint8_t>(com.com_cur_rong + b);
-            } else {
-                com.com_rong = b;
-            }
-            break;
-        }
-        }
-        if (com.com_current - 6 == com.com_len) {
+        case TAV_COM_STEP_FRAME:
             tav_porg_a_format(&com);
+            break;
+        default:
+            break;
         }
     }
 }
