@@ -4,23 +4,14 @@
 
 #include <algorithm>
 #include <atomic>
-#include <cstdio>
-#include <cstdlib>
-#include <fstream>
-#include <string>
 #include <thread>
-#include <unistd.h>
-#include <utility>
-#include <vector>
 
-#include "fake_matrix.h"
-#include "panel_capture.h"
+#include "menu_fixture.h"
 #include "tav_baseportcontrol.h"
-#include "tav_key_var.h"
 #include "tav_menu_analize_press.h"
-#include "tav_menu_control.h"
-#include "tav_menu_strcfg.h"
-#include "tav_menu_var.h"
+
+using mtest::log_lines;
+using mtest::row;
 
 namespace {
 
@@ -51,17 +42,12 @@ void record(const char* which) {
 const TAV_MENU_TICK_HANDLERS kRecorders = {[] { record("video"); }, [] { record("audio"); },
                                            [] { record("swall"); }, [] { record("edid"); }};
 
-std::string row(int r) {
-    return std::string(reinterpret_cast<const char*>(MENU_ITEM_STR[r]), 40);
-}
-
 class MenuControl : public ::testing::Test {
   protected:
     void SetUp() override {
         tavtest::PanelCapture::get(); // TAV_ROOT, and the port the frames go to
-        log_path_ = tavtest::PanelCapture::get().root() + "/ctl_syslog.txt";
-        unlink(log_path_.c_str());
-        setenv("TAV_SYSLOG_FILE", log_path_.c_str(), 1);
+        tavtest::reopen_port();
+        mtest::fresh_log();
         fakematrix::reset();
         g_now = kT0;
         g_sleeps.clear();
@@ -85,14 +71,6 @@ class MenuControl : public ::testing::Test {
         g_tav_event.store(0);
     }
 
-    std::vector<std::string> log_lines() {
-        std::vector<std::string> out;
-        std::ifstream in(log_path_);
-        for (std::string l; std::getline(in, l);) {
-            out.push_back(l);
-        }
-        return out;
-    }
     // Position of `line` in the log, -1 when absent.
     long log_pos(const std::string& line) {
         const auto l = log_lines();
@@ -138,8 +116,6 @@ class MenuControl : public ::testing::Test {
         g_tav_lcd = lcd;
         tav_menu_clear_timer_counter();
     }
-
-    std::string log_path_;
 };
 
 TEST_F(MenuControl, SilentPanelHandshakeEverySecondMessageAfterTwenty) {
@@ -284,17 +260,15 @@ TEST_P(MenuControlTick, HandlersOnTheirSecondsOnly) {
     EXPECT_EQ(g_tav_menu, c.menu);
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Menus, MenuControlTick,
-    ::testing::Values(TickCase{"VideoSwitch", menu_vid_switch, "video", 3, 9},
-                      TickCase{"AudioSwitch", menu_aud_switch, "audio", 3, 9},
-                      TickCase{"SwitchAllVideo", menu_switch_vid_all, "swall", 3, 9},
-                      TickCase{"SwitchAllAudio", menu_switch_aud_all, "swall", 3, 9},
-                      TickCase{"Edid", menu_edid_switch, "edid", 6, 8},
-                      TickCase{"Home", menu_vid_display, nullptr, 0, 0},
-                      TickCase{"EthIp", menu_eth_ip, nullptr, 0, 0},
-                      TickCase{"SwitchAllChoice", menu_switch_all, nullptr, 0, 0}),
-    [](const auto& info) { return std::string(info.param.name); });
+INSTANTIATE_TEST_SUITE_P(Menus, MenuControlTick,
+                         ::testing::Values(TickCase{"VideoSwitch", menu_vid_switch, "video", 3, 9},
+                                           TickCase{"AudioSwitch", menu_aud_switch, "audio", 3, 9},
+                                           TickCase{"SwitchAllAudio", menu_switch_aud_all, "swall",
+                                                    3, 9},
+                                           TickCase{"Edid", menu_edid_switch, "edid", 6, 8},
+                                           TickCase{"Home", menu_vid_display, nullptr, 0, 0},
+                                           TickCase{"EthIp", menu_eth_ip, nullptr, 0, 0}),
+                         [](const auto& info) { return std::string(info.param.name); });
 
 struct ReturnCase {
     const char* name;
@@ -421,7 +395,7 @@ TEST_F(MenuControl, UpdateMenuPollsEveryHundredMsAndKeepsTheKey) {
 }
 
 // Another thread using the engine while passes run (ThreadSanitizer).
-TEST_F(MenuControl, ListenerThreadSharesTheEngine) {
+TEST_F(MenuControl, ThreadsListenerSharesTheEngine) {
     static std::atomic<uint32_t> t{0};
     tav_menu_ctl_set_time_source([] { return t.fetch_add(7); },
                                  [](uint32_t) { std::this_thread::yield(); });
@@ -450,6 +424,12 @@ TEST_F(MenuControl, ListenerThreadSharesTheEngine) {
     stop.store(true);
     listener.join();
     keys.join();
+    // The engine still answers a key with a redraw.
+    enter_normal(menu_spc, true);
+    press(TAV_KEY_1);
+    tav_menu_control();
+    EXPECT_EQ(g_tav_menu_event, EVENT_UPDATE);
+    EXPECT_EQ(tav_gethardkey_event() & TAV_EVENT_KEY, 0);
 }
 
 } // namespace
