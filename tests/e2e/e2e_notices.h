@@ -48,7 +48,6 @@ inline void expect_reboot_end(Sandbox& sb, int option, ms timeout = 30s) {
                                 << lcd_of(sb.panel().state());
     EXPECT_EQ(*st, 1);
     ASSERT_TRUE(sb.panel().wait_peer_closed(5s));
-    std::this_thread::sleep_for(100ms);
     const auto s = sb.panel().state();
     EXPECT_TRUE(shows(s, top, bottom)) << "reboot option " << option << lcd_of(s);
     EXPECT_EQ(s.led_steady, 0u) << lcd_of(s);
@@ -68,12 +67,43 @@ inline void expect_reboot_end(Sandbox& sb, int option, ms timeout = 30s) {
     }
 }
 
-// Presses a key as a person does, with a pause after the release: a release
-// and the next key frame that reach the program within one controller pass
-// read as the same key reported twice, which is not acted on.
+// LED frames the program has sent so far: every redraw ends a page with one.
+inline size_t led_frames(const Sandbox& sb) {
+    size_t n = 0;
+    for (const auto& f : const_cast<Sandbox&>(sb).panel().frames()) {
+        n += f.kind == tavpanel::FrameKind::led_steady;
+    }
+    return n;
+}
+// Waits until more than `before` LED frames have come (at most 5 s).
+inline bool wait_led_frames(Sandbox& sb, size_t before) {
+    const auto end = std::chrono::steady_clock::now() + 5s;
+    for (;;) {
+        const uint64_t gen = sb.panel().generation();
+        if (led_frames(sb) > before) {
+            return true;
+        }
+        if (std::chrono::steady_clock::now() >= end) {
+            return false;
+        }
+        sb.panel().wait_change(gen, 200ms);
+    }
+}
+// Presses a key as a person does, and returns once the program has redrawn
+// for the release: a release and the next key frame read in one controller
+// pass would count as the same key reported twice, which is not acted on.
 inline void press_key(Sandbox& sb, int key) {
-    sb.panel().press(key);
-    std::this_thread::sleep_for(250ms);
+    size_t n = led_frames(sb);
+    sb.panel().press_no_release(key);
+    wait_led_frames(sb, n);
+    n = led_frames(sb);
+    sb.panel().release();
+    wait_led_frames(sb, n);
+}
+inline void press_keys(Sandbox& sb, std::initializer_list<int> keys) {
+    for (int k : keys) {
+        press_key(sb, k);
+    }
 }
 
 // A positive number from the environment, or `dflt`.

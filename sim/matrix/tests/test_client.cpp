@@ -2,6 +2,7 @@
 // temporary root.
 #include <fcntl.h>
 #include <signal.h>
+#include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <sys/wait.h>
@@ -14,6 +15,7 @@
 #include <condition_variable>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <mutex>
 #include <string>
@@ -69,7 +71,7 @@ class SimCore : public ::testing::Test {
     }
     void TearDown() override {
         stop();
-        std::system(("rm -rf " + root).c_str());
+        std::filesystem::remove_all(root);
     }
 
     void start(int startup_delay_ms = 0, const std::string& chassis = "") {
@@ -85,6 +87,7 @@ class SimCore : public ::testing::Test {
         core = fork();
         ASSERT_GE(core, 0);
         if (core == 0) {
+            prctl(PR_SET_PDEATHSIG, SIGKILL); // a test that dies takes the core along
             std::vector<char*> argv;
             for (auto& s : a)
                 argv.push_back(s.data());
@@ -216,15 +219,6 @@ INSTANTIATE_TEST_SUITE_P(
                            TAV_MATRIX_SIG_AUDIO_CONNECT}),
     [](const ::testing::TestParamInfo<Twin>& i) { return std::string(i.param.name); });
 
-TEST_F(SimCore, AudioLessPortIsNeitherInputNorOutputForAudio) {
-    start();
-    void* h = open_core();
-    EXPECT_EQ(tav_matrix_get_active_video_pipe_io(h, 16), em_matrix_in);
-    EXPECT_EQ(tav_matrix_get_active_audio_pipe_io(h, 16), em_matrix_ioundefine);
-    EXPECT_EQ(tav_matrix_get_active_video_pipe_io(h, 33), em_matrix_unknown);
-    EXPECT_LT(tav_matrix_set_audio_switch(h, 16, 17), 0);
-}
-
 TEST_F(SimCore, CallbackOnlyForRegisteredBitsUntilUnregistered) {
     start();
     open_registered(TAV_MATRIX_SIG_VIDEO_CONNECT | TAV_MATRIX_SIG_SLOT);
@@ -244,20 +238,6 @@ TEST_F(SimCore, CallbackOnlyForRegisteredBitsUntilUnregistered) {
     ASSERT_EQ(tav_matrix_unregister_inner_signal(g_rec.handle.load(), TAV_MATRIX_SIG_MASK), 0);
     ASSERT_EQ(ctl("raise 0x20 --count 5"), "");
     EXPECT_EQ(g_rec.wait(5, 300).size(), 4u);
-}
-
-TEST_F(SimCore, BurstOfTenThousandSignalsArrivesWhole) {
-    start();
-    open_registered(TAV_MATRIX_SIG_MASK);
-    ASSERT_EQ(ctl("burst 10000"), "");
-    auto recs = g_rec.wait(10000, 20000);
-    ASSERT_EQ(recs.size(), 10000u);
-    for (const auto& r : recs) {
-        ASSERT_NE(r.sig_bit_map & TAV_MATRIX_SIG_MASK, 0u);
-        if (r.sig_bit_map == TAV_MATRIX_SIG_PARAM) {
-            ASSERT_NE(r.src_parameter >> 16, 0u); // a foreign kind: changes nothing
-        }
-    }
 }
 
 struct Raised {
@@ -293,7 +273,6 @@ TEST_P(SimRaise, RecordCarriesBitsAndParameter) {
 INSTANTIATE_TEST_SUITE_P(Kinds, SimRaise, ::testing::Values(
     Raised{"LockFromThisProcess", nullptr, tav_matrix_set_inner_signal_lock_fp_opt, 0x2000, -1},
     Raised{"RebootRequest", nullptr, reboot_factory, 0x1000, 2},
-    Raised{"RebootAnnounced", "reboot 3", nullptr, 0x1000, 3},
     Raised{"ForeignLockHighBits", "lock 1 0x10005", nullptr, 0x2000, 0x10005},
     Raised{"UpdateStart", "update start 5", nullptr, 0x0800, 0x8005},
     Raised{"RouteBehindTheBack", "route video 20 9", nullptr, 0x0020, 0}),
@@ -328,23 +307,6 @@ TEST_F(SimCore, CardPulledAndInsertedWithSlotAndPortSignals) {
     EXPECT_EQ(card.card_status, em_matrix_card_normal);
     EXPECT_EQ(card.slot_id, 3u);
     EXPECT_EQ(tav_matrix_get_active_video_pipe_io(h, 9), em_matrix_in);
-}
-
-TEST_F(SimCore, UpdateProgressAndLockFileFollowTheControlClient) {
-    start();
-    void* h = open_core();
-    ASSERT_EQ(ctl("update start 5"), "");
-    EXPECT_EQ(tav_matrix_get_iap_process_slotID(h), 5);
-    EXPECT_EQ(tav_matrix_get_iap_process_PCT(h, 5), 0);
-    ASSERT_EQ(ctl("update set 42"), "");
-    EXPECT_EQ(tav_matrix_get_iap_process_PCT(h, 5), 42);
-    EXPECT_EQ(tav_matrix_get_iap_process_PCT(h, 4), 0);
-    ASSERT_EQ(ctl("update finish"), "");
-    EXPECT_EQ(tav_matrix_get_iap_process_PCT(h, 5), 100);
-    ASSERT_EQ(ctl("lock 1"), ""); // the lock file, as another application writes it
-    std::string s;
-    std::getline(std::ifstream(root + "/nandflash/config/.tav_lock_fp"), s);
-    EXPECT_EQ(s, "1");
 }
 
 TEST_F(SimCore, EdidCopyReachesTheDestinationInput) {
@@ -405,7 +367,7 @@ TEST_F(SimCore, SilentCoreTimesOutAndIsReachedAgainLater) {
     EXPECT_EQ(tav_matrix_get_device_type(h), 32);
 }
 
-TEST_F(SimCore, ConcurrentCallsFromTwoThreadsWhileSignalsArrive) {
+TEST_F(SimCore, ThreadsConcurrentCallsWhileSignalsArrive) {
     start();
     void* h = open_registered(TAV_MATRIX_SIG_MASK);
     std::atomic<int> bad{0};
