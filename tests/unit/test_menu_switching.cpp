@@ -259,30 +259,6 @@ TEST_F(SwitchAll, EntryStepsAndRefusal) {
     EXPECT_FALSE(redraw_requested());
 }
 
-TEST_F(SwitchAll, PagingOverTheInputList) {
-    struct Case {
-        int inputs;
-        const char* keys;
-        std::vector<int> starts; // -1: back at the selection menu
-    };
-    for (const Case& c : {Case{12, "RRLL", {1, 1, 0, -1}}, Case{20, "RRLL", {8, 9, 1, 0}}}) {
-        device({range(1, c.inputs), range(c.inputs + 1, c.inputs + 2)}, {});
-        enter(1);
-        for (size_t i = 0; c.keys[i] != '\0'; i++) {
-            const char k[2] = {c.keys[i], 0};
-            keys(k);
-            EXPECT_EQ(g_tav_menu, c.starts[i] < 0 ? menu_switch_all : menu_switch_vid_all);
-            if (c.starts[i] >= 0) {
-                EXPECT_EQ(s().press_start, c.starts[i]) << c.inputs << " key " << i;
-            }
-        }
-    }
-    enter(1);
-    keys("7R"); // in step 2, RIGHT takes the digit instead of paging
-    EXPECT_EQ(s().step, 3);
-    EXPECT_EQ(s().press_start, 0);
-}
-
 TEST_F(SwitchAll, EntryLineCursorAndTakeBlink) {
     for (uint8_t mode : {1, 2}) {
         SCOPED_TRACE(mode);
@@ -335,6 +311,14 @@ TEST_F(SwitchAll, TakeSwitchesEveryOutputTheLibraryReports) {
     EXPECT_EQ(pauses()[0].bottom, row(58));
     EXPECT_EQ(g_tav_menu, menu_aud_display);
 
+    // Input 0 for video: the video closing rows.
+    device({range(1, 2), range(3, 4)}, {});
+    pauses().clear();
+    enter(1);
+    keys("00T");
+    ASSERT_EQ(pauses().size(), 1u);
+    EXPECT_EQ(pauses()[0].top, row(55));
+    EXPECT_EQ(pauses()[0].bottom, row(56));
     // An input the device does not have closes instead.
     device({{2, 12}, {3, 4}}, {});
     TAV_DEF_MAX_PORT = 10;

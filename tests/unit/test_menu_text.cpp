@@ -119,30 +119,6 @@ TEST_F(CfgFile, EveryRowKeySetsItsOwnRowOnly) {
     EXPECT_EQ(std::string(reinterpret_cast<const char*>(MENU_SPC_HEAD[9]), 6), "      ");
 }
 
-TEST_F(CfgFile, ShortcutFlagsAreTrueOnlyForALeadingOne) {
-    struct Case {
-        const char* line;
-        bool_t* flag;
-        bool_t expected;
-    };
-    const Case cases[] = {
-        {"Manual_cfg_cppy_edid_key_7_valid= {0}", &g_tav_shortcut_key7, false},
-        {"Manual_cfg_cppy_edid_key_7_valid= {yes}", &g_tav_shortcut_key7, false},
-        {"Manual_cfg_cppy_edid_key_7_valid={1}", &g_tav_shortcut_key7, false},
-        {"Manual_cfg_cppy_edid_key_7_valid= { 1}", &g_tav_shortcut_key7, false},
-        {"Manual_cfg_switch_all_key_1_valid= {0}", &g_tav_shortcut_key1, false},
-        {"Manual_cfg_switch_all_key_1_valid = {0}", &g_tav_shortcut_key1, true}, // not the key
-        {"Manual_cfg_close_out_key_3_valid= {1}", &g_tav_shortcut_key3, true},
-        {"Manual_cfg_store_setup_key_4_valid= {10}", &g_tav_shortcut_key4, true},
-        {"Manual_cfg_recall_setup_key_6_valid= \"{1\"}", &g_tav_shortcut_key6, true},
-        {"Manual_cfg_set_delay_key_9_valid= {1", &g_tav_shortcut_key9, true},
-    };
-    for (const Case& c : cases) {
-        load(std::string(c.line) + "\n");
-        EXPECT_EQ(*c.flag, c.expected) << c.line;
-    }
-}
-
 TEST_F(CfgFile, ValueFormOfATextRow) {
     const std::string key = "Manual_cfg_vendor_name=";
     const std::string dflt = "      QUORAL ELECTRONICS Co.,LTD";
@@ -173,35 +149,23 @@ TEST_F(CfgFile, ValueFormOfATextRow) {
     }
 }
 
-TEST_F(CfgFile, KeyOrderAndLongLines) {
+TEST_F(CfgFile, KeyOrderLongLinesAndMissingFiles) {
     // Of two keys on a line the earlier one of the reading order applies.
     load("Manual_cfg_matrix_name= {M} Manual_cfg_vendor_name= {V}\n");
     EXPECT_EQ(row(1), pad40("V"));
     EXPECT_EQ(row(2), defaults_[2]);
-    load("Manual_cfg_LinuxArm_updating_line1= {L} Manual_cfg_Device_update_complete_line2= {D}\n");
-    EXPECT_EQ(row(21), pad40("D"));
-    EXPECT_EQ(row(20), defaults_[20]);
-    load("Manual_cfg_vendor_name= {1} Manual_cfg_close_out_key_3_valid= {1}\n");
-    EXPECT_TRUE(g_tav_shortcut_key3);
-    expect_other_rows_default(-1);
-    // Lines are read in pieces of 127 characters: a key that starts the
-    // second piece is found, a key cut by the boundary is not, a value cut by
-    // it ends with the first piece.
+    // Lines are read in pieces of 127 characters: a key cut by the boundary
+    // is not found, a value cut by it ends with the first piece.
     const std::string key = "Manual_cfg_vendor_name=";
-    load(std::string(127, '-') + key + " {SECOND}\n");
-    EXPECT_EQ(row(1), pad40("SECOND"));
     load(std::string(120, '-') + key + " {CUT}\n");
     EXPECT_EQ(row(1), defaults_[1]);
     const std::string first = std::string(100, '-') + key + " {";
     load(first + std::string(30, 'v') + "}\n");
     EXPECT_EQ(row(1), pad40(std::string(127 - first.size(), 'v')));
-    // A missing file, no path or a directory keep the built-in texts.
     tav_menu_strcfg_defaults();
-    tav_cfg_loadfile(nullptr);
     char missing[] = "/nonexistent/tav_keyboard.cfg";
     tav_cfg_loadfile(missing);
-    char dir[] = "/";
-    tav_cfg_loadfile(dir);
+    tav_cfg_loadfile(nullptr);
     expect_other_rows_default(-1);
 }
 
@@ -233,38 +197,6 @@ struct Line {
     }
 };
 
-TEST_F(MenuTest, LineTextClearAndPrintStayInsideTheLine) {
-    for (auto [start, result, line] :
-         {std::tuple{0, 0, std::string(40, ' ')}, std::tuple{39, 0, std::string(39, '#') + " "},
-          std::tuple{40, 1, std::string(40, '#')}}) {
-        Line l;
-        EXPECT_EQ(tav_menu_clear_lcd(static_cast<uint8_t>(start), l.b), result);
-        EXPECT_EQ(l.str(0, 41), line + "#");
-    }
-    struct Slot {
-        uint8_t type, value;
-        std::string cols; // columns 10..14 afterwards
-    };
-    for (const Slot& c :
-         {Slot{1, 7, "07  #"}, Slot{1, 0, "0 # #"}, Slot{1, 99, "99  #"}, Slot{1, 100, ":0  #"},
-          Slot{2, 42, "    #"}, Slot{0, 5, "#####"}, Slot{3, 5, "#####"}}) {
-        Line l;
-        tav_menu_print(l.b, c.type, 10, c.value);
-        EXPECT_EQ(l.str(0, 15), std::string(10, '#') + c.cols)
-            << int(c.type) << "/" << int(c.value);
-    }
-    for (uint8_t offset : {37, 38, 39, 40, 41, 255}) {
-        Line l;
-        tav_menu_print(l.b, 1, offset, 45);
-        tav_menu_print(l.b, 2, offset, 0);
-        EXPECT_TRUE(l.guard_intact()) << int(offset);
-    }
-    Line l;
-    tav_menu_spc_display(l.b, 16, 78); // rows outside the table are blank
-    EXPECT_EQ(l.str(), std::string(40, ' '));
-    EXPECT_EQ(tavtest::PanelCapture::get().state().lcd[0], row(16));
-}
-
 class PortLines : public MenuTest {
   protected:
     int sw(uint8_t start, uint8_t max_out) {
@@ -276,13 +208,15 @@ class PortLines : public MenuTest {
 
 TEST_F(PortLines, StatusLinesSkipMissingInputsAndStopAtANonOutput) {
     device({range(1, 20), range(21, 40)}, {});
-    for (int p = 21; p <= 40; ++p)
+    for (int p = 21; p <= 40; ++p) {
         g_tav_portbuf[p - 1].in_for_out = static_cast<uint8_t>(p - 20);
+    }
+    g_tav_portbuf[20].in_for_out = 40; // the device's last port
     g_tav_portbuf[21].in_for_out = 0;  // nothing switched
-    g_tav_portbuf[22].in_for_out = 65; // above the device's port count
+    g_tav_portbuf[22].in_for_out = 41; // above the device's port count
     EXPECT_EQ(sw(0, 3), 0);
     EXPECT_EQ(out_.str(), pad40("VOSW: 21 22 23"));
-    EXPECT_EQ(in_.str(), pad40("VISW: 01"));
+    EXPECT_EQ(in_.str(), pad40("VISW: 40"));
     EXPECT_EQ(sw(12, 20), 0);
     EXPECT_EQ(out_.str(), pad40("VOSW: 33 34 35 36 37 38 39 40"));
     EXPECT_EQ(in_.str(), pad40("VISW: 13 14 15 16 17 18 19 20"));
@@ -356,59 +290,6 @@ TEST_F(MenuTest, LedScenes) {
     g_tav_shortcut_key1 = g_tav_shortcut_key7 = false;
     g_tav_shortcut_key3 = g_tav_shortcut_key9 = true;
     EXPECT_EQ(scene_mask(menu_shortcut, false), bit(3) | bit(9) | M | LCD);
-}
-
-// What the panel receives: steady (S) and blink (B) frames as masks.
-class LedFrames : public MenuTest {
-  protected:
-    void SetUp() override {
-        MenuTest::SetUp();
-        tav_bdl_menu_showleds(menu_vid_display, false); // stops any blink
-        tavtest::PanelCapture::get().clear();
-    }
-    static std::string S(uint32_t m) { return fmt('S', m); }
-    static std::string B(uint32_t m) { return fmt('B', m); }
-    static std::string fmt(char kind, uint32_t m) {
-        char s[16];
-        snprintf(s, sizeof s, "%c%08X", kind, m);
-        return s;
-    }
-    static std::vector<std::string> sent() {
-        std::vector<std::string> out;
-        for (const auto& f : tavtest::PanelCapture::get().frames())
-            out.push_back(fmt(f.kind == tavpanel::FrameKind::led_steady  ? 'S'
-                              : f.kind == tavpanel::FrameKind::led_blink ? 'B'
-                                                                         : '?',
-                              tavpanel::mask_of(f.bytes.data() + 5)));
-        tavtest::PanelCapture::get().clear();
-        return out;
-    }
-};
-using Seq = std::vector<std::string>;
-
-TEST_F(LedFrames, TakeBlinkIsSentOnlyOnChange) {
-    EXPECT_EQ(tav_bdl_menu_showleds(menu_eth_ip, true), 0);
-    EXPECT_EQ(sent(), (Seq{B(0), S(L | M | LCD)})); // ordinary scenes stop the blink first
-    const uint32_t sw = L | R | M | LCD;
-    tav_bdl_menu_showleds(menu_switch_vid_all, true);
-    EXPECT_EQ(sent(), (Seq{S(sw), B(TAKE)}));
-    tav_bdl_menu_showleds(menu_switch_vid_all, true);
-    EXPECT_EQ(sent(), (Seq{S(sw)}));
-    tav_bdl_menu_showleds(menu_switch_aud_all, false);
-    EXPECT_EQ(sent(), (Seq{S(sw), B(0)}));
-    // The reset menu sets the blink before its scene.
-    tav_bdl_menu_showleds(menu_reset, true);
-    EXPECT_EQ(sent(), (Seq{B(TAKE), S(L | M | LCD)}));
-    tav_bdl_menu_showleds(menu_reset, true);
-    EXPECT_EQ(sent(), (Seq{S(L | M | LCD)}));
-    tav_bdl_menu_showleds(menu_switch_vid_all, false);
-    EXPECT_EQ(sent(), (Seq{S(sw), B(0)}));
-    tav_bdl_menu_showleds(static_cast<TAV_ENUM_MENUSTATUS>(23), true);
-    EXPECT_EQ(sent(), (Seq{B(0)}));
-    EXPECT_EQ(tav_menuselfcheck_leds(17), 0);
-    EXPECT_EQ(sent(), Seq{S(LCD)});
-    EXPECT_EQ(tav_menuselfcheck_leds(18), 1);
-    EXPECT_EQ(sent(), Seq{});
 }
 
 // ---------------------------------------------------------------------------
