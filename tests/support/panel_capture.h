@@ -26,6 +26,11 @@ class PanelCapture {
     void clear();
     // The frames since the last clear as hex strings, then clears.
     std::vector<std::string> take_hex();
+    // Bytes outside any frame seen so far (the program sends none).
+    size_t stray_bytes() {
+        drain();
+        return model_.garbage_bytes();
+    }
     // Writes bytes as the panel would.
     void send(const std::vector<uint8_t>& bytes);
     const std::string& root() const { return root_; }

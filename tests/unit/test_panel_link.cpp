@@ -45,7 +45,9 @@ class Frames : public PanelLink, public ::testing::WithParamInterface<FrameCase>
 
 TEST_P(Frames, SendsExactlyThisFrameOrNothing) {
     const FrameCase& c = GetParam();
+    const size_t stray = cap().stray_bytes();
     EXPECT_EQ(c.call(), c.wire.empty() ? 1 : 0);
+    EXPECT_EQ(cap().stray_bytes(), stray);
     EXPECT_EQ(cap().take_hex(), c.wire.empty() ? Hex{} : Hex{c.wire});
     if (!c.wire.empty()) { // a valid call is refused on a closed port
         const int saved = uartfid.load();
