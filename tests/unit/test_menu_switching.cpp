@@ -378,6 +378,9 @@ TEST_F(Lock, ToggleWritesTheFileTellsTheLibraryAndShowsTheLockedPage) {
     tav_update_to_lock(0);
     EXPECT_TRUE(g_tav_lock);
     EXPECT_EQ(g_tav_menu, menu_lock);
+    device({}, {}); // no cards at all: still the missing-output row
+    tav_update_to_lock(0);
+    EXPECT_EQ(lcd(0), row(11));
 }
 
 TEST_F(Lock, ChangeSignalFollowsTheFile) {
