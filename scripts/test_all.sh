@@ -55,7 +55,7 @@ for step in $STEPS; do
     echo "== step $step"
     start=$(date +%s)
     case $step in
-    asan) cmd=(tests asan 'unit|sim|e2e' tav_unit_tests tav_sim_tests tav_e2e_tests) ;;
+    asan) cmd=(tests asan 'unit|sim|e2e|threads' tav_unit_tests tav_sim_tests tav_e2e_tests) ;;
     tsan) cmd=(tests tsan threads tav_unit_tests tav_sim_tests tav_e2e_tests) ;;
     ppc) cmd=(tests ppc unit tav_unit_tests) ;;
     fuzz) cmd=(fuzz) ;;
