@@ -27,15 +27,10 @@ inline void expect_no_sanitizer_report(const Sandbox& sb) {
 // The two rows of the reboot notice for option 1 (restart), 2 (factory reset)
 // and 3 (reset and upgrade).
 inline std::pair<std::string, std::string> reboot_rows(int option) {
-    const std::string wait = row(13, "Please wait......");
-    switch (option) {
-    case 1:
-        return {row(9, "The device is restarting"), wait};
-    case 2:
-        return {row(3, "The device is factory resetting"), wait};
-    default:
-        return {row(1, "The device is being reset and upgraded"), wait};
-    }
+    static const std::string top[] = {row(9, "The device is restarting"),
+                                      row(3, "The device is factory resetting"),
+                                      row(1, "The device is being reset and upgraded")};
+    return {top[option < 1 || option > 3 ? 2 : option - 1], row(13, "Please wait......")};
 }
 
 // After the core announced reboot `option`: the program ends with status 1,
@@ -48,7 +43,6 @@ inline void expect_reboot_end(Sandbox& sb, int option, ms timeout = 30s) {
                                 << lcd_of(sb.panel().state());
     EXPECT_EQ(*st, 1);
     ASSERT_TRUE(sb.panel().wait_peer_closed(5s));
-    std::this_thread::sleep_for(100ms);
     const auto s = sb.panel().state();
     EXPECT_TRUE(shows(s, top, bottom)) << "reboot option " << option << lcd_of(s);
     EXPECT_EQ(s.led_steady, 0u) << lcd_of(s);
@@ -68,28 +62,50 @@ inline void expect_reboot_end(Sandbox& sb, int option, ms timeout = 30s) {
     }
 }
 
-// Presses a key as a person does, with a pause after the release: a release
-// and the next key frame that reach the program within one controller pass
-// read as the same key reported twice, which is not acted on.
+// LED frames the program has sent so far: every redraw ends a page with one.
+inline size_t led_frames(const Sandbox& sb) {
+    size_t n = 0;
+    for (const auto& f : const_cast<Sandbox&>(sb).panel().frames()) {
+        n += f.kind == tavpanel::FrameKind::led_steady;
+    }
+    return n;
+}
+// Waits until more than `before` LED frames have come (at most 5 s).
+inline bool wait_led_frames(Sandbox& sb, size_t before) {
+    const auto end = std::chrono::steady_clock::now() + 5s;
+    for (;;) {
+        const uint64_t gen = sb.panel().generation();
+        if (led_frames(sb) > before) {
+            return true;
+        }
+        if (std::chrono::steady_clock::now() >= end) {
+            return false;
+        }
+        sb.panel().wait_change(gen, 200ms);
+    }
+}
+// Presses a key as a person does, and returns once the program has redrawn
+// for the release: a release and the next key frame read in one controller
+// pass would count as the same key reported twice, which is not acted on.
 inline void press_key(Sandbox& sb, int key) {
-    sb.panel().press(key);
-    std::this_thread::sleep_for(250ms);
+    size_t n = led_frames(sb);
+    sb.panel().press_no_release(key);
+    wait_led_frames(sb, n);
+    n = led_frames(sb);
+    sb.panel().release();
+    wait_led_frames(sb, n);
+}
+inline void press_keys(Sandbox& sb, std::initializer_list<int> keys) {
+    for (int k : keys) {
+        press_key(sb, k);
+    }
 }
 
 // A positive number from the environment, or `dflt`.
 inline long env_number(const char* name, long dflt) {
     const char* v = std::getenv(name);
-    if (v == nullptr || *v == '\0') {
-        return dflt;
-    }
-    char* end = nullptr;
-    const long n = std::strtol(v, &end, 10);
-    return (end != nullptr && *end == '\0' && n > 0) ? n : dflt;
-}
-
-// Seconds on a steady clock since `t0`.
-inline double seconds_since(std::chrono::steady_clock::time_point t0) {
-    return std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
+    const long n = v != nullptr ? std::atol(v) : 0;
+    return n > 0 ? n : dflt;
 }
 
 // Runs a control command and reports its failure with its output.

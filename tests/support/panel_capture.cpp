@@ -1,17 +1,24 @@
 #include "panel_capture.h"
 
-#include <cerrno>
-#include <cstdlib>
-#include <cstring>
 #include <fcntl.h>
 #include <poll.h>
-#include <stdexcept>
 #include <sys/stat.h>
 #include <unistd.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <stdexcept>
 
 #include "tav_baseportcontrol.h"
 
 namespace tavtest {
+
+namespace {
+// Bytes no frame of the program ends with.
+const char kMarker[] = "\x01<tav-capture-end>\x02";
+constexpr size_t kMarkerLen = sizeof kMarker - 1;
+} // namespace
 
 PanelCapture& PanelCapture::get() {
     static PanelCapture capture;
@@ -20,14 +27,12 @@ PanelCapture& PanelCapture::get() {
 
 PanelCapture::PanelCapture() {
     char tmpl[] = "/tmp/tav_unit_XXXXXX";
-    char* dir = mkdtemp(tmpl);
-    if (dir == nullptr) {
+    if (mkdtemp(tmpl) == nullptr) {
         throw std::runtime_error("mkdtemp failed");
     }
-    root_ = dir;
-    for (const char* sub :
-         {"/dev", "/nandflash", "/nandflash/config", "/var", "/var/run", "/tmp"}) {
-        mkdir((root_ + sub).c_str(), 0755);
+    root_ = tmpl;
+    for (const char* sub : {"/dev", "/nandflash/config", "/var/run", "/tmp"}) {
+        std::filesystem::create_directories(root_ + sub);
     }
     master_ = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
     if (master_ < 0 || grantpt(master_) != 0 || unlockpt(master_) != 0) {
@@ -38,26 +43,47 @@ PanelCapture::PanelCapture() {
         throw std::runtime_error("pty link failed");
     }
     setenv("TAV_ROOT", root_.c_str(), 1);
-    int8_t param[128] = {};
-    memcpy(param, "19200;N;8;1;", 12);
-    if (tav_inituart(param, 4) != 0) {
-        throw std::runtime_error("tav_inituart failed on the capture pty");
+    // The device tools of the stand-ins, recording below $TAV_ROOT/sim.
+    const char* path = getenv("PATH");
+    setenv("PATH", (std::string(TAV_TOOLS_DIR) + ":" + (path ? path : "/usr/bin:/bin")).c_str(), 1);
+    reopen_port();
+    // Opened after the port: the program's settings (raw, no echo) apply to it.
+    marker_fd_ = open(slave, O_WRONLY | O_NOCTTY | O_CLOEXEC);
+    if (!tav_port_is_open() || marker_fd_ < 0) {
+        throw std::runtime_error("the capture's port did not open");
     }
 }
 
+PanelCapture::~PanelCapture() {
+    close(marker_fd_);
+    close(master_);
+    std::error_code ec;
+    std::filesystem::remove_all(root_, ec);
+}
+
 void PanelCapture::drain() {
-    uint8_t buf[4096];
-    for (;;) {
-        pollfd p{master_, POLLIN, 0};
-        if (poll(&p, 1, 20) <= 0 || (p.revents & POLLIN) == 0) {
-            return;
-        }
-        ssize_t n = read(master_, buf, sizeof buf);
-        if (n <= 0) {
-            return;
-        }
-        model_.feed(buf, static_cast<size_t>(n));
+    if (write(marker_fd_, kMarker, kMarkerLen) != static_cast<ssize_t>(kMarkerLen)) {
+        throw std::runtime_error("marker write failed");
     }
+    // Bytes behind the marker (another thread of the program wrote on) wait
+    // for the next drain.
+    std::string buf;
+    buf.swap(pending_);
+    size_t at;
+    while ((at = buf.find(kMarker, 0, kMarkerLen)) == std::string::npos) {
+        pollfd p{master_, POLLIN, 0};
+        char chunk[4096];
+        if (poll(&p, 1, 5000) != 1) {
+            throw std::runtime_error("the capture's marker never arrived");
+        }
+        const ssize_t n = read(master_, chunk, sizeof chunk);
+        if (n <= 0) {
+            throw std::runtime_error("capture read failed");
+        }
+        buf.append(chunk, static_cast<size_t>(n));
+    }
+    pending_ = buf.substr(at + kMarkerLen);
+    model_.feed(reinterpret_cast<const uint8_t*>(buf.data()), at);
 }
 
 const tavpanel::PanelState& PanelCapture::state() {
@@ -75,12 +101,27 @@ void PanelCapture::clear() {
     model_.clear_frames();
 }
 
-std::vector<std::string> hex_frames(const std::vector<tavpanel::Frame>& frames) {
+std::vector<std::string> PanelCapture::take_hex() {
     std::vector<std::string> out;
-    for (const auto& f : frames) {
+    for (const auto& f : frames()) {
         out.push_back(tavpanel::hex(f.bytes));
     }
+    model_.clear_frames();
     return out;
+}
+
+void PanelCapture::send(const std::vector<uint8_t>& bytes) {
+    if (write(master_, bytes.data(), bytes.size()) != static_cast<ssize_t>(bytes.size())) {
+        throw std::runtime_error("panel write failed");
+    }
+}
+
+void reopen_port() {
+    if (!tav_port_is_open()) {
+        int8_t param[128] = {};
+        memcpy(param, "19200;N;8;1;", 12);
+        tav_inituart(param, 4);
+    }
 }
 
 } // namespace tavtest

@@ -163,7 +163,8 @@ inline ::testing::AssertionResult bring_up(Sandbox& sb) {
     if (!sb.start_program()) {
         return ::testing::AssertionFailure() << "the program did not start";
     }
-    if (!sb.wait_home_page(60s)) {
+    // The home page counts once this program has started: its handshake first.
+    if (!sb.panel().wait_handshakes(1, 60s) || !sb.wait_home_page(60s)) {
         return ::testing::AssertionFailure()
                << "no home page within 60 s" << lcd_of(sb.panel().state());
     }

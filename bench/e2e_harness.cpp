@@ -56,8 +56,9 @@ struct ExecArgs {
 };
 
 // Forks and execs in a new process group that dies with this process.
-// stdin is /dev/null; stdout goes to out_fd, stderr to err_fd (-1: inherited).
-pid_t fork_exec(const ExecArgs& a, int out_fd, int err_fd) {
+// stdin is in_fd (-1: /dev/null); stdout goes to out_fd, stderr to err_fd
+// (-1: inherited).
+pid_t fork_exec(const ExecArgs& a, int in_fd, int out_fd, int err_fd) {
     const pid_t parent = getpid();
     const pid_t pid = fork();
     if (pid == 0) {
@@ -72,7 +73,7 @@ pid_t fork_exec(const ExecArgs& a, int out_fd, int err_fd) {
         sigprocmask(SIG_SETMASK, &none, nullptr);
         signal(SIGINT, SIG_DFL);
         signal(SIGTERM, SIG_DFL);
-        const int in = open("/dev/null", O_RDONLY);
+        const int in = in_fd >= 0 ? in_fd : open("/dev/null", O_RDONLY);
         if (in >= 0) {
             dup2(in, 0);
         }
@@ -143,7 +144,7 @@ CmdResult run_command(const std::vector<std::string>& argv, const std::vector<st
         return res;
     }
     const ExecArgs a(argv, env);
-    const pid_t pid = fork_exec(a, fds[1], -1);
+    const pid_t pid = fork_exec(a, -1, fds[1], -1);
     close(fds[1]);
     if (pid < 0) {
         close(fds[0]);
@@ -243,10 +244,10 @@ std::string Sandbox::read_file(const std::string& rel) const {
 }
 
 pid_t Sandbox::spawn(const std::vector<std::string>& argv, const std::vector<std::string>& env,
-                     const std::string& out_file) const {
+                     const std::string& out_file, int in_fd) const {
     const int fd = open(out_file.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
     const ExecArgs a(argv, env);
-    const pid_t pid = fork_exec(a, fd, fd);
+    const pid_t pid = fork_exec(a, in_fd, fd, fd);
     if (fd >= 0) {
         close(fd);
     }
@@ -290,14 +291,44 @@ void Sandbox::stop_core() {
     }
 }
 
-bool Sandbox::start_program(const std::vector<std::string>& extra_env) {
+std::vector<std::string> program_argv() {
+    std::vector<std::string> argv;
+    std::istringstream launcher(getenv("TAV_E2E_LAUNCHER") ? getenv("TAV_E2E_LAUNCHER") : "");
+    for (std::string w; launcher >> w;) {
+        argv.push_back(w);
+    }
+    const char* prog = getenv("TAV_E2E_KEYBOARD");
+    argv.push_back(prog && *prog ? prog : TAV_BIN_DIR "/tav_keyboard");
+    if (argv.size() > 1 && argv[0].find('/') == std::string::npos) { // a launcher from PATH
+        const char* path = getenv("PATH");
+        std::istringstream dirs(path ? path : "/usr/bin:/bin");
+        for (std::string d; std::getline(dirs, d, ':');) {
+            if (access((d + "/" + argv[0]).c_str(), X_OK) == 0) {
+                argv[0] = d + "/" + argv[0];
+                break;
+            }
+        }
+    }
+    return argv;
+}
+
+std::vector<std::string> program_env() {
     const char* path = getenv("PATH");
-    std::vector<std::string> env{"TAV_ROOT=" + root_, "TAV_SYSLOG_FILE=" + root_ + "/syslog.txt",
-                                 std::string("PATH=") + TAV_TOOLS_DIR + ":" +
-                                     (path ? path : "/usr/bin:/bin")};
+    std::vector<std::string> env{std::string("PATH=") + TAV_TOOLS_DIR + ":" +
+                                 (path ? path : "/usr/bin:/bin")};
+    if (const char* lib = getenv("TAV_E2E_LIBDIR"); lib && *lib) {
+        const char* old = getenv("LD_LIBRARY_PATH");
+        env.push_back(std::string("LD_LIBRARY_PATH=") + lib + (old ? std::string(":") + old : ""));
+    }
+    return env;
+}
+
+bool Sandbox::start_program(const std::vector<std::string>& extra_env, int stdin_fd) {
+    std::vector<std::string> env = program_env();
+    env.insert(env.end(), {"TAV_ROOT=" + root_, "TAV_SYSLOG_FILE=" + root_ + "/syslog.txt"});
     env.insert(env.end(), extra_env.begin(), extra_env.end());
     program_start_ = std::chrono::steady_clock::now();
-    program_ = spawn({TAV_BIN_DIR "/tav_keyboard"}, env, root_ + "/program.out");
+    program_ = spawn(program_argv(), env, root_ + "/program.out", stdin_fd);
     return program_ > 0;
 }
 
@@ -363,15 +394,13 @@ bool Sandbox::wait_home_page(ms timeout) const {
         return false;
     }
     // LEFT, RIGHT and MENU lit (LED 31 with the LCD), nothing else, and the
-    // video switch status lines or the missing-card notice on the LCD.
+    // video switch status lines on the LCD.
     constexpr uint32_t scene =
         (1u << tavpanel::KEY_LEFT) | (1u << tavpanel::KEY_RIGHT) | (1u << tavpanel::KEY_MENU);
     return panel_->wait_for(
         [&](const tavpanel::PanelState& s) {
             const bool leds = (s.led_steady & ~(1u << tavpanel::LED_LCD)) == scene;
-            const bool text = s.lcd[0].rfind("VOSW: ", 0) == 0 ||
-                              s.lcd[1].rfind("PLEASE CHECK YOUR MATRIX", 0) == 0;
-            return leds && text;
+            return leds && s.lcd[0].rfind("VOSW: ", 0) == 0;
         },
         timeout);
 }

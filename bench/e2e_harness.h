@@ -1,7 +1,12 @@
 // End-to-end sandbox: a temporary TAV_ROOT, the panel emulator in-process,
 // and optionally the simulated matrix core, the program and the control
 // client as child processes. Everything started here is killed in the
-// destructor, even when a test fails half-way.
+// destructor, even when a test fails half-way (and dies with this process).
+//
+// The program under test is $TAV_E2E_KEYBOARD (default: this build's
+// tav_keyboard), started behind the words of $TAV_E2E_LAUNCHER (e.g.
+// "qemu-ppc -L /usr/powerpc-linux-gnu"), with $TAV_E2E_LIBDIR first on its
+// LD_LIBRARY_PATH (e.g. a directory with another build's libtav_matrix.so).
 #pragma once
 
 #include <sys/types.h>
@@ -25,6 +30,11 @@ struct SandboxOptions {
     uint8_t fw_main = 1, fw_minor = 2, fw_build_hi = 0, fw_build_lo = 3;
     bool keep_root = false; // keep the sandbox directory (for debugging)
 };
+
+// The program's command line and extra environment as the TAV_E2E_*
+// variables above make them.
+std::vector<std::string> program_argv();
+std::vector<std::string> program_env();
 
 struct CmdResult {
     int status = -1; // exit status, or -signal when killed, -1 when it could not run
@@ -51,8 +61,9 @@ class Sandbox {
     void stop_core();
 
     // The program under test, in its own process group, output in
-    // <root>/program.out. Extra "NAME=VALUE" entries go into its environment.
-    bool start_program(const std::vector<std::string>& extra_env = {});
+    // <root>/program.out. Extra "NAME=VALUE" entries go into its environment;
+    // `stdin_fd` (default /dev/null) is its standard input.
+    bool start_program(const std::vector<std::string>& extra_env = {}, int stdin_fd = -1);
     pid_t program_pid() const { return program_; }
     bool signal_program(int sig) const;
     // Exit status (or -signal) once it ended within `timeout`.
@@ -74,7 +85,7 @@ class Sandbox {
 
   private:
     pid_t spawn(const std::vector<std::string>& argv, const std::vector<std::string>& env,
-                const std::string& out_file) const;
+                const std::string& out_file, int in_fd = -1) const;
     static void kill_group(pid_t& pid);
 
     SandboxOptions opts_;

@@ -1,0 +1,364 @@
+// End-to-end scenarios: the real program, its threads and its pty against the
+// panel emulator and the simulated matrix core. Each start costs about 14 s,
+// so each scenario carries what only a whole run can show; timing windows are
+// the unit tests' business (fake clock).
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <random>
+#include <thread>
+
+#include "e2e_notices.h"
+
+using namespace tave2e;
+
+namespace {
+
+const std::string kHomeTop = port_line("VOSW: ", seq(17, 11));
+const std::string kHomeBottom = port_line("VISW: ", seq(1, 11));
+const std::string kVendor = row(6, "QUORAL ELECTRONICS Co.,LTD");
+const std::string kLoading = row(9, "Loading Main Setup");
+const std::string kLockFile = "nandflash/config/.tav_lock_fp";
+
+bool locked_page(const tavpanel::PanelState& s) {
+    return s.lcd[0] == kHomeTop && (s.led_steady & ~kLcdLed) == leds({KEY_LOCK});
+}
+
+// Start-up: greeting, self-check, loading rows, the wait for the core's PID
+// lock (held here), the home page; a lock left from before is reset.
+TEST(E2e, StartupWaitsForTheCoreLockThenShowsHome) {
+    Sandbox sb;
+    sb.write_file(kLockFile, "1");
+    ASSERT_TRUE(sb.start_core("", 0));
+    // The core lets go of its PID lock at once; this process takes it.
+    const int lock_fd = open(sb.path("var/run/matrix_app_quoral.pid").c_str(), O_RDWR | O_CLOEXEC);
+    struct flock fl {};
+    fl.l_type = F_WRLCK;
+    bool locked = false;
+    for (int i = 0; i < 500 && !locked; ++i) {
+        locked = fcntl(lock_fd, F_SETLK, &fl) == 0;
+        if (!locked) {
+            std::this_thread::sleep_for(10ms);
+        }
+    }
+    ASSERT_TRUE(locked);
+    ASSERT_TRUE(sb.start_program());
+    ASSERT_TRUE(sb.wait_syslog("open pid file and wait", 120s));
+    EXPECT_TRUE(wait_lines(sb, kLoading, row(11, "PLEASE WAIT......")));
+    EXPECT_FALSE(sb.wait_syslog("close pid", 0ms)) << "went on while the core held its lock";
+    close(lock_fd);
+    ASSERT_TRUE(sb.wait_syslog("close pid", 10s));
+    ASSERT_TRUE(sb.wait_home_page(30s)) << lcd_of(sb.panel().state());
+    EXPECT_EQ(sb.read_file(kLockFile), "0");
+    EXPECT_EQ(sb.panel().handshakes(), 1u);
+
+    // The greeting with LED 31 alone came before the loading rows.
+    const auto shots = replay(sb.panel().frames());
+    const long greet = find_shot(shots, 0, [](const auto& s) {
+        return shows(s, kVendor, row(11, "TR-90QX MATRIX")) && s.led_steady == kLcdLed;
+    });
+    ASSERT_GE(greet, 0);
+    EXPECT_GT(find_shot(shots, 0, [](const auto& s) { return s.lcd[0] == kLoading; }), greet);
+    EXPECT_TRUE(sb.program_running());
+}
+
+// The library never opens: ten attempts, the error rows, the log line, the
+// end with status 1; with no core at all, or one that refuses the open.
+class E2eLibrary : public ::testing::TestWithParam<bool> {};
+
+TEST_P(E2eLibrary, FailureShowsTheErrorRowsAndEnds) {
+    Sandbox sb;
+    if (GetParam()) {
+        ASSERT_TRUE(sb.start_core());
+        ASSERT_TRUE(ctl_ok(sb, {"fail", "open"}));
+    }
+    ASSERT_TRUE(sb.start_program());
+    EXPECT_EQ(sb.wait_program_exit(120s), std::optional<int>(1));
+    const auto shots = replay(sb.panel().frames());
+    ASSERT_FALSE(shots.empty());
+    EXPECT_TRUE(
+        shows(shots.back().st, row(8, "The Matrix System Err"), row(8, "PLEASE CHECK YOUR MATRIX")))
+        << lcd_of(shots.back().st);
+    for (const auto& sh : shots) { // no self-check on the way
+        EXPECT_NE(sh.st.led_steady & ~kLcdLed & leds({1}), leds({1}));
+    }
+    EXPECT_TRUE(sb.wait_syslog("15\tfunc=[tav_menu_control]OPEN DLL ERR", 0ms));
+    if (GetParam()) {
+        EXPECT_EQ(core_calls(sb, {"open"}).size(), 10u);
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Core, E2eLibrary, ::testing::Bool(),
+                         [](const auto& info) { return info.param ? "Refuses" : "Absent"; });
+
+// The link: no device ends the program; a silent panel gets handshakes and
+// nothing else; bad frames get the error reply where due; a stop signal
+// closes the port once; standard input is left unread.
+TEST(E2e, LinkFaults) {
+    {
+        Sandbox none({.start_panel = false});
+        ASSERT_TRUE(none.start_program());
+        EXPECT_EQ(none.wait_program_exit(30s), std::optional<int>(1));
+        EXPECT_TRUE(
+            none.wait_syslog("15\tfunc=[tav_base_port_open]Front panel Err .Start Uart Err.", 0ms));
+    }
+    Sandbox sb({.silent_panel = true});
+    int in[2];
+    ASSERT_EQ(pipe2(in, O_CLOEXEC), 0);
+    ASSERT_EQ(write(in[1], "keep", 4), 4);
+    ASSERT_TRUE(sb.start_program({}, in[0]));
+    ASSERT_TRUE(sb.panel().wait_handshakes(3, 30s));
+    for (const auto& f : sb.panel().frames()) {
+        EXPECT_EQ(f.kind, tavpanel::FrameKind::handshake) << tavpanel::describe(f.bytes);
+    }
+    // Each frame is followed by a length-0 frame: one reply more than the
+    // frame itself is due shows that the frame was read and judged.
+    struct Bad {
+        std::vector<uint8_t> bytes;
+        size_t replies;
+    };
+    const Bad bad[] = {
+        {{0xEB, 0x5F, 0x21, 0x05, 0x00, 0x00, 0x01, 0x02, 0x03, 0x0F}, 1}, // version, length 5
+        {{0xEB, 0x60, 0x21, 0x00}, 0},                                     // wrong address
+        {{0xEB, 0x5F, 0x21, 0x02, 0x09, 0x00, 0x0F}, 0},                   // unknown sub-command
+        {{0x00, 0x13, 0xFF, 0x5F, 0x21}, 0},                               // garbage
+        {{0xEB, 0x5F, 0x21, 0x00, 0xEB, 0x5F, 0x00, 0x00}, 2},             // two of length 0
+    };
+    size_t replies = 0;
+    for (const Bad& b : bad) {
+        sb.panel().send_split(b.bytes, {2}, 20ms);
+        sb.panel().send_raw({0xEB, 0x5F, 0x21, 0x00});
+        replies += b.replies + 1;
+        ASSERT_TRUE(sb.panel().wait_error_replies(replies, 10s)) << tavpanel::hex(b.bytes);
+        EXPECT_EQ(sb.panel().error_replies(), replies) << tavpanel::hex(b.bytes);
+    }
+    ASSERT_TRUE(sb.signal_program(SIGTERM));
+    EXPECT_EQ(sb.wait_program_exit(10s), std::optional<int>(1));
+    ASSERT_TRUE(sb.panel().wait_peer_closed(5s));
+    EXPECT_EQ(sb.panel().peer_opens(), 1u);
+    EXPECT_EQ(sb.panel().peer_closes(), 1u);
+    close(in[1]);
+    char buf[8] = {};
+    EXPECT_EQ(read(in[0], buf, sizeof buf), 4);
+    close(in[0]);
+}
+
+std::string edid_of(const Sandbox& sb, int port, const char* kind) {
+    return sb.ctl({"edid", std::to_string(port), kind}).out;
+}
+
+// One person at the panel: a switch and its refusals, paging, the audio
+// switch, switch-all, an EDID copy reaching the core with its bytes, the
+// network and version pages through the tools, and a restart asked for.
+TEST(E2e, OperatorSession) {
+    Sandbox sb({.fw_main = 5, .fw_minor = 2, .fw_build_hi = 0, .fw_build_lo = 10});
+    ASSERT_TRUE(bring_up(sb));
+    ASSERT_TRUE(ctl_ok(sb, {"clear-log"}));
+
+    // Input 3 to output 20: the status page opens at output 20 and shows
+    // input 3 once the core has signalled the connection.
+    press_keys(sb, {2, 0, 3});
+    ASSERT_TRUE(wait_state(
+        sb, [](const auto& s) { return s.lcd[1].substr(27, 12) == "IN3_=>OUT20 "; }, "IN3_"));
+    press_key(sb, KEY_RIGHT);
+    std::vector<int> in20{3, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14};
+    ASSERT_TRUE(wait_lines(sb, port_line("VOSW: ", seq(20, 11)), port_line("VISW: ", in20)));
+    EXPECT_EQ(core_calls(sb, {"set_video", "stash_video"}),
+              (std::vector<std::string>{"set_video_switch(3,20)", "stash_video_switch_data(3,20)",
+                                        "set_video_switch_done()"}));
+    // A refused output, then the entry again; a refused input likewise.
+    press_keys(sb, {0, 5});
+    ASSERT_TRUE(wait_lines(sb, row(3, "The Port You Select is Not OUTPUT"),
+                           row(6, "Please Re-Selected The Port")));
+    ASSERT_TRUE(wait_state(
+        sb, [](const auto& s) { return s.lcd[1].substr(27, 12) == "      OUT__ "; }, "OUT__", 10s));
+    press_keys(sb, {2, 1, 1, 7});
+    ASSERT_TRUE(wait_lines(sb, row(3, "The Port You Select is Not INPUT"),
+                           row(6, "Please Re-Selected The Port")));
+    press_key(sb, KEY_BREAK);
+    ASSERT_TRUE(sb.wait_home_page(10s));
+    // Paging: the last page ends on output 32.
+    press_keys(sb, {KEY_RIGHT, KEY_RIGHT});
+    ASSERT_TRUE(wait_state(
+        sb, [](const auto& s) { return s.lcd[0] == port_line("VOSW: ", seq(22, 11)); }, "page"));
+
+    // Audio input 7 to output 31.
+    press_keys(sb, {KEY_MENU, KEY_MENU, 3, 1, 0, 7});
+    ASSERT_TRUE(wait_lines(sb, port_line("AOSW: ", seq(22, 11)),
+                           port_line("AISW: ", {6, 7, 8, 9, 10, 11, 12, 13, 14, 7, 0}), 10s));
+    EXPECT_EQ((core_routes(sb)[31]), (Route{1, 7}));
+
+    // Switch-all: video input 5 to every output.
+    press_keys(sb, {KEY_MENU, KEY_MENU, 1, 1, 0, 5});
+    ASSERT_TRUE(wait_state(
+        sb, [](const auto& s) { return s.lcd[1].substr(20, 15) == "Video in05=>ALL"; }, "in05"));
+    EXPECT_EQ(sb.panel().state().led_blink, leds({KEY_TAKE}));
+    press_key(sb, KEY_TAKE);
+    ASSERT_TRUE(wait_lines(sb, kHomeTop, port_line("VISW: ", std::vector<int>(11, 5)), 10s));
+    for (const auto& [out, r] : core_routes(sb)) {
+        EXPECT_EQ(r.video, 5) << "output " << out;
+    }
+
+    // EDID: input 3's EDID copied to input 5, announced to the tool.
+    const std::string want = edid_of(sb, 3, "in");
+    ASSERT_NE(edid_of(sb, 5, "in"), want);
+    press_keys(sb, {KEY_MENU, KEY_MENU, KEY_MENU, KEY_MENU, 7, 0, 3, 0, 5});
+    ASSERT_TRUE(wait_lines(sb, row(10, "MATRIX EDID OPERATION"), row(11, "EDID COPY Success")));
+    EXPECT_EQ(edid_of(sb, 5, "in"), want);
+    EXPECT_EQ(sb.read_file("sim/tav_echo_cpedid.log"), "0 3 5 0\n");
+
+    // The network pages: eth1, its mask; the version pages.
+    press_keys(sb, {KEY_MENU, 2, 3});
+    ASSERT_TRUE(wait_lines(sb, row(10, "CURRENT SYSTEM ETH1 MASK"), row(14, "255.255.255.000")));
+    EXPECT_NE(sb.read_file("sim/tav_ifcfg.log").find("eth1 MASK\n"), std::string::npos);
+    sb.write_file("sim/quoral_version", "4.1.7\n");
+    press_keys(sb, {KEY_DEFAULT, KEY_MENU});
+    const std::string version_top = row(4, "Version Information Display");
+    ASSERT_TRUE(wait_lines(sb, version_top, "      MAIN APP VERSION  : 04.01.0007  >>"));
+    press_keys(sb, {KEY_RIGHT, KEY_RIGHT});
+    ASSERT_TRUE(wait_lines(sb, version_top, "<<    HARD KEY VERSION  : 05.02.0010    "));
+    EXPECT_NE(sb.read_file("sim/tav_version.log").find("tav_keyboard_hard 05.02.0010\n"),
+              std::string::npos);
+
+    // Restart: DEFAULT, 1, TAKE; the core is asked and announces the reboot.
+    press_keys(sb, {KEY_DEFAULT, 1});
+    ASSERT_TRUE(
+        wait_lines(sb, row(7, "The Device will be reset"), row(9, "Press TAKE to confirm")));
+    press_key(sb, KEY_TAKE);
+    expect_reboot_end(sb, 1);
+    EXPECT_EQ(core_calls(sb, {"set_inner_signal_reboot_opt"}),
+              std::vector<std::string>{"set_inner_signal_reboot_opt(1)"});
+    EXPECT_EQ(sb.read_file("tmp/tav_z8_reboot.flag"), "1\n");
+}
+
+// Notices driven by the core: a card pulled and put back, a route changed
+// behind the panel's back, an update to 100 %, the lock changed by another
+// application and the echo of the panel's own lock, the factory-reset notice.
+TEST(E2e, CoreDrivenNotices) {
+    Sandbox sb;
+    ASSERT_TRUE(bring_up(sb));
+    ASSERT_TRUE(ctl_ok(sb, {"pull", "12"}));
+    ASSERT_TRUE(wait_lines(sb, row(11, "Card 12 Pull out"), row(11, "PLEASE WAIT......")));
+    ASSERT_TRUE(ctl_ok(sb, {"insert", "12"}));
+    ASSERT_TRUE(wait_lines(sb, row(8, "Slot 12 Has a Card Insert"),
+                           row(5, "Please wait it for Initialization")));
+    ASSERT_TRUE(sb.wait_home_page(15s)) << "the notice ends when the card is normal";
+
+    ASSERT_TRUE(ctl_ok(sb, {"route", "video", "17", "5"}));
+    EXPECT_TRUE(wait_lines(sb, kHomeTop, port_line("VISW: ", {5, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11})));
+
+    ASSERT_TRUE(ctl_ok(sb, {"update", "run", "9", "100"}));
+    ASSERT_TRUE(sb.panel().wait_lcd(0, row(7, "Slot 09 Card is Updating"), 10s));
+    ASSERT_TRUE(
+        wait_lines(sb, row(7, "Device complete updating"), row(11, "Please Wait......"), 30s));
+    ASSERT_TRUE(sb.wait_home_page(15s));
+
+    // Another application locks the panel, and unlocks it.
+    ASSERT_TRUE(ctl_ok(sb, {"lock", "1"}));
+    ASSERT_TRUE(wait_state(sb, locked_page, "locked by another application"));
+    ASSERT_TRUE(ctl_ok(sb, {"lock", "0"}));
+    ASSERT_TRUE(sb.wait_home_page(10s));
+    EXPECT_TRUE(core_calls(sb, {"set_inner_signal_lock_fp_opt"}).empty());
+    // The panel's own lock: the file and the core told; the core's echo with
+    // this process's id changes nothing, even when the file says "0".
+    sb.panel().lock_toggle();
+    ASSERT_TRUE(wait_state(sb, locked_page, "locked by the panel"));
+    EXPECT_EQ(sb.read_file(kLockFile), "1");
+    const pid_t pid = sb.program_pid();
+    EXPECT_TRUE(sb.wait_syslog(
+        "pid=" + std::to_string(pid & 0xFFFF) + ",gps_pid=" + std::to_string(pid), 10s));
+    EXPECT_EQ(core_calls(sb, {"set_inner_signal_lock_fp_opt"}).size(), 1u);
+    ASSERT_TRUE(ctl_ok(sb, {"lock", "0", std::to_string(pid & 0xFFFF)}));
+    const std::string line = "pid=" + std::to_string(pid & 0xFFFF) +
+                             ",gps_pid=" + std::to_string(pid) +
+                             ",param=" + std::to_string(pid & 0xFFFF);
+    size_t echoes = 0;
+    for (int i = 0; i < 200 && echoes < 2; ++i) { // the second echo has been handled
+        echoes = 0;
+        for (const auto& l : sb.syslog_lines()) {
+            echoes += l.find(line) != std::string::npos;
+        }
+        std::this_thread::sleep_for(50ms);
+    }
+    EXPECT_EQ(echoes, 2u);
+    EXPECT_TRUE(locked_page(sb.panel().state())) << lcd_of(sb.panel().state());
+
+    ASSERT_TRUE(ctl_ok(sb, {"reboot", "2"}));
+    expect_reboot_end(sb, 2);
+}
+
+// Outputs of the home page and the inputs under them agree with the core.
+::testing::AssertionResult home_matches_core(Sandbox& sb) {
+    const auto s = sb.panel().state();
+    const auto routes = core_routes(sb);
+    for (size_t col = 6; col + 1 < 40; col += 3) {
+        const std::string out = s.lcd[0].substr(col, 2), in = s.lcd[1].substr(col, 2);
+        if (out != "  ") {
+            const auto it = routes.find(std::stoi(out));
+            const int want = it == routes.end() ? 0 : it->second.video;
+            if ((in == "  " ? 0 : std::stoi(in)) != want) {
+                return ::testing::AssertionFailure() << "output " << out << lcd_of(s);
+            }
+        }
+    }
+    return ::testing::AssertionSuccess();
+}
+
+// Thousands of signals of mixed kinds while keys are pressed. The length is
+// set by TAV_E2E_STRESS_SECONDS (default 15) and TAV_E2E_STRESS_SIGNALS
+// (default 2000); a full run is 60 s and 10000 signals.
+TEST(E2eStress, SignalsWhileKeysArePressed) {
+    const long seconds = env_number("TAV_E2E_STRESS_SECONDS", 15);
+    const long signals = env_number("TAV_E2E_STRESS_SIGNALS", 2000);
+    Sandbox sb;
+    ASSERT_TRUE(bring_up(sb));
+    // Keys that cannot confirm a restart (no TAKE, no DEFAULT); LOCK never
+    // twice in a row (that would read as the lock toggle).
+    static const int kKeys[] = {0, 1, 2,        3,         4,        5,         6,       7,
+                                8, 9, KEY_LEFT, KEY_RIGHT, KEY_MENU, KEY_BREAK, KEY_LOCK};
+    std::atomic<bool> stop{false};
+    std::thread presser([&] {
+        std::mt19937 rng(7);
+        int last = -1;
+        while (!stop.load()) {
+            int key = kKeys[rng() % std::size(kKeys)];
+            key = key == KEY_LOCK && last == KEY_LOCK ? KEY_RIGHT : key;
+            sb.panel().press(key);
+            last = key;
+        }
+    });
+    // Bursts four times a second, and now and then a real route change.
+    const auto t0 = std::chrono::steady_clock::now();
+    const long rounds = seconds * 4;
+    long raised = 0;
+    for (long r = 0; r < rounds; ++r) {
+        const long n = signals * (r + 1) / rounds - raised;
+        EXPECT_TRUE(ctl_ok(sb, {"burst", std::to_string(n), std::to_string(1000 + r)}));
+        raised += n;
+        if (r % 8 == 7) {
+            EXPECT_TRUE(ctl_ok(
+                sb, {"route", "video", std::to_string(17 + r % 11), std::to_string(1 + r % 14)}));
+        }
+        std::this_thread::sleep_until(t0 + ms(250 * (r + 1)));
+    }
+    stop = true;
+    presser.join();
+    ASSERT_TRUE(sb.program_running());
+    // The backlog drains and a key still gets its page: BREAK leads home
+    // (from a locked page a lock toggle first).
+    if (locked_page(sb.panel().state())) {
+        sb.panel().lock_toggle();
+    }
+    press_key(sb, KEY_BREAK);
+    ASSERT_TRUE(sb.wait_home_page(30s)) << lcd_of(sb.panel().state());
+    EXPECT_TRUE(home_matches_core(sb));
+    EXPECT_EQ(sb.panel().malformed_frames(), 0u) << sb.panel().last_problem();
+    ASSERT_TRUE(sb.signal_program(SIGTERM));
+    EXPECT_EQ(sb.wait_program_exit(15s), std::optional<int>(1));
+    expect_no_sanitizer_report(sb);
+}
+
+} // namespace

@@ -1,0 +1,360 @@
+// The base modules against real second processes and pseudo-terminals:
+// millisecond stamps and the shell runner, the serial layer, PID files, and
+// the start-up and shutdown of the panel link.
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <poll.h>
+#include <pthread.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <termios.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <csignal>
+#include <filesystem>
+#include <memory>
+#include <thread>
+
+#include "menu_fixture.h"
+#include "tav_basetool.h"
+#include "tav_baseportcontrol.h"
+#include "tav_baseuart.h"
+#include "tav_keyboard.h"
+#include "tav_lcd.h"
+#include "tav_led.h"
+#include "tav_pid_file.h"
+#include "tav_uart_com.h"
+
+using namespace std::chrono_literals;
+using Clock = std::chrono::steady_clock;
+using mtest::fresh_log;
+using mtest::log_lines;
+using mtest::root;
+using ::testing::Contains;
+
+namespace {
+
+// A pseudo-terminal of the test's own.
+struct Pty {
+    Pty() {
+        master = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
+        grantpt(master);
+        unlockpt(master);
+        slave = ptsname(master);
+    }
+    ~Pty() { close(master); }
+    int master = -1;
+    std::string slave;
+};
+
+// A child process that holds a whole-file write lock on `path` until it is
+// killed (at the latest after `hold_ms`).
+class LockHolder {
+  public:
+    LockHolder(const std::string& path, int hold_ms) {
+        int ready[2];
+        if (pipe(ready) != 0)
+            return;
+        pid_ = fork();
+        if (pid_ == 0) {
+            prctl(PR_SET_PDEATHSIG, SIGKILL);
+            int fd = open(path.c_str(), O_RDWR | O_CREAT, 0644);
+            struct flock fl {};
+            fl.l_type = F_WRLCK;
+            char ok = (fd >= 0 && fcntl(fd, F_SETLK, &fl) == 0) ? 1 : 0;
+            if (write(ready[1], &ok, 1) == 1)
+                usleep(static_cast<useconds_t>(hold_ms) * 1000);
+            _exit(0);
+        }
+        close(ready[1]);
+        char ok = 0;
+        locked_ = read(ready[0], &ok, 1) == 1 && ok == 1;
+        close(ready[0]);
+    }
+    ~LockHolder() {
+        if (pid_ > 0) {
+            kill(pid_, SIGKILL);
+            waitpid(pid_, nullptr, 0);
+        }
+    }
+    pid_t pid() const { return pid_; }
+    bool locked() const { return locked_; }
+
+  private:
+    pid_t pid_ = -1;
+    bool locked_ = false;
+};
+
+TEST(BaseTool, StampDifferenceIsTheElapsedTimeAcrossTheWrap) {
+    struct Case {
+        time_t sec0;
+        suseconds_t usec0;
+        time_t sec1;
+        suseconds_t usec1;
+        uint32_t diff;
+    };
+    // 4294967.296 s is 2^32 ms.
+    for (const Case& c :
+         {Case{100, 0, 101, 500000, 1500}, Case{4294966, 500000, 4294968, 0, 1500},
+          Case{4294967, 296000, 4294967, 297999, 1}, Case{8589933, 0, 8589934, 999999, 1999}}) {
+        struct timeval a {
+            c.sec0, c.usec0
+        };
+        struct timeval b {
+            c.sec1, c.usec1
+        };
+        EXPECT_EQ(static_cast<uint32_t>(tav_btool_stamp_of(&b) - tav_btool_stamp_of(&a)), c.diff);
+    }
+}
+
+TEST(BaseTool, ShellRunnerStatusLogAndIgnoredChildren) {
+    tavtest::PanelCapture::get();
+    fresh_log();
+    EXPECT_EQ(tav_btool_system("exit 0"), 0);
+    EXPECT_TRUE(log_lines().empty());
+    EXPECT_EQ(tav_btool_system("exit 1"), 256);
+    ASSERT_EQ(log_lines().size(), 1u);
+    EXPECT_EQ(log_lines()[0].rfind("11\tfunc=[tav_btool_system]system exit 1 error(", 0), 0u);
+    // Collects its child even when children are ignored, and leaves that so.
+    struct sigaction ign {};
+    struct sigaction old {};
+    ign.sa_handler = SIG_IGN;
+    sigaction(SIGCHLD, &ign, &old);
+    EXPECT_EQ(tav_btool_system("exit 3"), 3 << 8);
+    struct sigaction now {};
+    sigaction(SIGCHLD, &old, &now);
+    EXPECT_EQ(now.sa_handler, SIG_IGN);
+    unsetenv("TAV_SYSLOG_FILE");
+}
+
+// The serial layer on a pseudo-terminal linked as line 8 (/dev/ttyPSC7).
+class BaseUart : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        unlink(link_.c_str());
+        ASSERT_EQ(symlink(pty_.slave.c_str(), link_.c_str()), 0);
+        ASSERT_EQ(tav_buart_open(8, &fd_), 0);
+    }
+    void TearDown() override {
+        tav_buart_close(fd_);
+        unlink(link_.c_str());
+    }
+    struct termios attrs() const {
+        struct termios t {};
+        tcgetattr(fd_, &t);
+        return t;
+    }
+    int set(const char* text) {
+        char buf[64];
+        snprintf(buf, sizeof buf, "%s", text);
+        return tav_buart_set_param_string(fd_, buf);
+    }
+    Pty pty_;
+    std::string link_ = root() + "/dev/ttyPSC7";
+    int fd_ = -1;
+};
+
+// A text leaves the line exactly as the record it stands for, or fails at the
+// same step; short texts stop before applying anything.
+TEST_F(BaseUart, ParameterTextsSetTheLineLikeTheirRecord) {
+    constexpr auto N = em_uart_param_parity_N, O = em_uart_param_parity_O,
+                   E = em_uart_param_parity_E, S = em_uart_param_parity_S;
+    constexpr auto D7 = em_uart_param_databits_7, D8 = em_uart_param_databits_8;
+    constexpr auto S1 = em_uart_param_stopbits_1, S2 = em_uart_param_stopbits_2;
+    const std::pair<const char*, TAV_STRUCT_UART_PARAM> cases[] = {
+        {"4800;;8;1;", {4800, N, D8, S1}},
+        {"19200;X;9;3;", {19200, N, D7, S2}},
+        {"57600;o;8;2;", {57600, O, D8, S2}},
+        {"19200;E;7;1;x;y", {19200, E, D7, S1}},
+        {"19200;s;8;1;", {19200, S, D8, S1}}};
+    for (const auto& [txt, record] : cases) {
+        ASSERT_EQ(set("9600;N;8;2;"), 0);
+        const int by_text = set(txt);
+        const struct termios a = attrs();
+        ASSERT_EQ(set("9600;N;8;2;"), 0);
+        EXPECT_EQ(by_text, tav_buart_set_param(fd_, record)) << txt;
+        const struct termios b = attrs();
+        EXPECT_EQ(a.c_cflag, b.c_cflag) << txt;
+        EXPECT_EQ(a.c_iflag, b.c_iflag) << txt;
+        EXPECT_EQ(cfgetospeed(&a), cfgetospeed(&b)) << txt;
+    }
+    ASSERT_EQ(set("19200;N;8;1;"), 0);
+    struct termios t = attrs();
+    EXPECT_EQ(t.c_cflag & (CSIZE | PARENB | CSTOPB | CLOCAL | CREAD),
+              static_cast<tcflag_t>(CS8 | CLOCAL | CREAD));
+    EXPECT_EQ(cfgetispeed(&t), static_cast<speed_t>(B19200));
+    EXPECT_EQ(t.c_iflag & (INPCK | ICRNL | IXON), 0u);
+    EXPECT_EQ(t.c_lflag & (ICANON | ECHO | ISIG), 0u);
+    EXPECT_EQ(t.c_oflag & OPOST, 0u);
+    EXPECT_EQ(set("19200"), 3);
+    EXPECT_EQ(set("19200;N"), 4);
+    EXPECT_EQ(set("9600;N;8"), 5);
+    EXPECT_EQ(tav_buart_set_param_string(fd_, nullptr), 1);
+    t = attrs();
+    EXPECT_EQ(cfgetospeed(&t), static_cast<speed_t>(B19200));
+}
+
+// PID files and the start-up wait on another process's lock.
+class PidFile : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        tavtest::PanelCapture::get();
+        fresh_log();
+        unlink(own_.c_str());
+    }
+    void TearDown() override { unsetenv("TAV_SYSLOG_FILE"); }
+    static std::string pid_path(const std::string& name) {
+        return root() + "/var/run/" + name + ".pid";
+    }
+    std::string own_ = pid_path(program_invocation_short_name);
+};
+
+TEST_F(PidFile, WritesTheBinaryPidAndWaitsOnlyForAHeldLock) {
+    int fd = tav_pidf_open("tav_no_such_dep");
+    ASSERT_GE(fd, 0);
+    EXPECT_THAT(log_lines(),
+                Contains("11\tfunc=[tav_pidf_wait_depend]open depend " +
+                         pid_path("tav_no_such_dep") + ",err:No such file or directory"));
+    unsigned char raw[8];
+    const int in = open(own_.c_str(), O_RDONLY);
+    EXPECT_EQ(read(in, raw, sizeof raw), 4);
+    close(in);
+    pid_t stored;
+    memcpy(&stored, raw, sizeof stored);
+    EXPECT_EQ(stored, getpid()); // machine byte order
+    tav_pidf_close(fd);
+    // A file nobody locks: no wait.
+    close(open(pid_path("tav_stale_dep").c_str(), O_RDWR | O_CREAT, 0644));
+    EXPECT_EQ(tav_pidf_wait_depend("tav_stale_dep"), 0);
+    EXPECT_THAT(log_lines(), Contains("13\tfunc=[tav_pidf_wait_depend]get lock stat 0,pid=0"));
+    EXPECT_EQ(tav_pidf_wait_depend(nullptr), -1);
+}
+
+TEST_F(PidFile, SecondInstanceIsRefusedAtOnce) {
+    LockHolder first(own_, 60000);
+    ASSERT_TRUE(first.locked());
+    EXPECT_EQ(tav_pidf_open("tav_no_such_dep"), -1);
+    const auto lines = log_lines();
+    ASSERT_EQ(lines.size(), 2u);
+    EXPECT_EQ(lines[0].rfind("11\tfunc=[tav_pidf_lock]lock err:", 0), 0u);
+    EXPECT_EQ(lines[1], "13\tfunc=[tav_pidf_open]have lock by " + std::to_string(first.pid()));
+}
+
+// Start-up and shutdown of the panel link: the port is closed once, nothing
+// is written afterwards, the last frames reach the panel, the receive thread
+// ends, and a stop signal interrupts the start-up wait.
+bool join_within(pthread_t t, int ms) {
+    struct timespec ts;
+    clock_gettime(CLOCK_REALTIME, &ts);
+    ts.tv_sec += ms / 1000 + 1;
+    return pthread_timedjoin_np(t, nullptr, &ts) == 0;
+}
+
+class ThreadsLifecycle : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        tavtest::PanelCapture::get();
+        tavtest::reopen_port();
+        tav_hardkey_init();
+        set_uart_runflag();
+        tav_key_var_init();
+        tav_comint();
+        cap().clear();
+    }
+    void TearDown() override {
+        setenv("TAV_ROOT", root().c_str(), 1);
+        unsetenv("TAV_SYSLOG_FILE");
+        tavtest::reopen_port();
+        cap().clear();
+    }
+    static tavtest::PanelCapture& cap() { return tavtest::PanelCapture::get(); }
+};
+
+TEST_F(ThreadsLifecycle, ShutdownTwiceClosesOnceAndSendsNothingAfterwards) {
+    tav_dev_destory();
+    EXPECT_FALSE(tav_port_is_open());
+    tav_dev_destory();
+    EXPECT_EQ(g_tav_key_runflag.load(), 0);
+    EXPECT_EQ(g_tav_uart_runflag.load(), 0);
+    tav_sys_hardmint();
+    tav_display_led_all_on();
+    tav_back_err(0, 0xF7);
+    EXPECT_TRUE(cap().take_hex().empty());
+}
+
+TEST_F(ThreadsLifecycle, ReceiveThreadDeliversEventsAndEndsAfterShutdown) {
+    ASSERT_EQ(tav_create_thread(), 0);
+    // The thread discards what is pending when it starts: the frame is sent
+    // until the key arrives.
+    bool got = false;
+    for (int i = 0; i < 200 && !got; ++i) {
+        cap().send({0xEB, 0x5F, 0x21, 0x05, 0x07, 0x00, 0x00, 0x40, 0x00, 0x0F});
+        for (int j = 0; j < 10 && !got; ++j) {
+            got = (tav_gethardkey_event() & TAV_EVENT_KEY) != 0;
+            std::this_thread::sleep_for(5ms);
+        }
+    }
+    ASSERT_TRUE(got);
+    EXPECT_EQ(tav_getkey_val(), TAV_KEY_TAKE);
+    cap().send({0xEB, 0x5F, 0x21, 0x06, 0x00, 0x00, 0x04, 0x02, 0x10, 0x01, 0x0F});
+    for (int i = 0; i < 1000 && !(tav_gethardkey_event() & TAV_EVENT_HARDVER); ++i)
+        std::this_thread::sleep_for(5ms);
+    EXPECT_EQ(tav_get_hardkey_build_ver(), 0x11);
+    const pthread_t rx = g_uart_pthread_id;
+    tav_dev_destory();
+    cap().send({0x00}); // the thread is still in its read; the next byte ends it
+    EXPECT_TRUE(join_within(rx, 5000));
+}
+
+TEST_F(ThreadsLifecycle, ReceiveThreadPausesWhenThePanelSideIsGone) {
+    auto gone = std::make_unique<Pty>();
+    const std::string other = root() + "/gone";
+    std::filesystem::create_directories(other + "/dev");
+    unlink((other + "/dev/ttyPSC3").c_str());
+    ASSERT_EQ(symlink(gone->slave.c_str(), (other + "/dev/ttyPSC3").c_str()), 0);
+    setenv("TAV_ROOT", other.c_str(), 1);
+    tav_uartclose();
+    ASSERT_EQ(tav_base_port_open(), 0);
+    ASSERT_EQ(tav_create_thread(), 0);
+    const pthread_t rx = g_uart_pthread_id;
+    gone.reset(); // reads now fail at once
+    clockid_t cpu;
+    ASSERT_EQ(pthread_getcpuclockid(rx, &cpu), 0);
+    struct timespec a, b;
+    clock_gettime(cpu, &a);
+    std::this_thread::sleep_for(300ms); // a spinning thread would use most of it
+    clock_gettime(cpu, &b);
+    EXPECT_LT((b.tv_sec - a.tv_sec) * 1e3 + (b.tv_nsec - a.tv_nsec) / 1e6, 60.0);
+    tav_dev_destory();
+    EXPECT_TRUE(join_within(rx, 5000));
+}
+
+TEST_F(ThreadsLifecycle, StopSignalInterruptsTheDependencyWait) {
+    LockHolder holder(root() + "/var/run/tav_sig_dep.pid", 60000);
+    ASSERT_TRUE(holder.locked());
+    fresh_log();
+    tav_install_signal_handlers();
+    const pthread_t self = pthread_self();
+    std::atomic<bool> returned{false};
+    // Until the wait has returned: a signal that lands before the wait
+    // starts is followed by one that interrupts it.
+    std::thread killer([&] {
+        while (!returned.load()) {
+            pthread_kill(self, SIGTERM);
+            std::this_thread::sleep_for(20ms);
+        }
+    });
+    const int fd = tav_pidf_open("tav_sig_dep");
+    returned = true;
+    killer.join();
+    signal(SIGTERM, SIG_DFL);
+    signal(SIGINT, SIG_DFL);
+    tav_pidf_close(fd);
+    EXPECT_EQ(g_tav_key_runflag.load(), 0);
+    EXPECT_EQ(g_tav_uart_runflag.load(), 0);
+    EXPECT_THAT(log_lines(), Contains("11\tfunc=[tav_pidf_lock]lock err:Interrupted system call"));
+}
+
+} // namespace
