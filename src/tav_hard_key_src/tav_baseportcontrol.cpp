@@ -6,7 +6,9 @@
 #include <csignal>
 #include <ctime>
 #include <fcntl.h>
+#include <poll.h>
 #include <pthread.h>
+#include <sys/eventfd.h>
 #include <termios.h>
 #include <unistd.h>
 
@@ -30,7 +32,11 @@ uint64_t m_tav_tx_busy_until_ms = 0;
 // Consecutive failed reads after which the receive thread pauses between
 // retries (the device went away), and the pause.
 constexpr int TAV_RX_FAILS_BEFORE_PAUSE = 3;
-constexpr useconds_t TAV_RX_FAIL_PAUSE_US = 5000;
+constexpr int TAV_RX_FAIL_PAUSE_MS = 5;
+
+// Wakes the receive thread out of its wait on the port: written when its run
+// flag is cleared or the port closed. Made once for the life of the process.
+const int m_tav_rx_wake_fd = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
 
 uint64_t port_now_ms() {
     struct timespec ts;
@@ -59,6 +65,7 @@ void port_close_locked(bool let_output_drain) {
     m_tav_port_open.store(false);
     m_tav_port_fd.store(-1);
     tav_buart_close(fd);
+    tav_uart_wake();
 }
 
 } // namespace
@@ -117,6 +124,14 @@ void set_uart_runflag(void) {
 }
 void clear_uart_runflag(void) {
     g_tav_uart_runflag.store(0);
+    tav_uart_wake();
+}
+
+void tav_uart_wake(void) {
+    const uint64_t one = 1;
+    if (write(m_tav_rx_wake_fd, &one, sizeof one) < 0) {
+        // Already pending: the thread wakes anyway.
+    }
 }
 
 void tav_sethardkey_event(int event) {
@@ -142,49 +157,74 @@ void tav_clear_sendevent(int event) {
 TAV_KEY_ENUM tav_getkey_val(void) {
     return g_tav_keyval.load(std::memory_order_acquire);
 }
+TAV_HARD_KEY_VER tav_get_hardkey_ver(void) {
+    return key_hard_ver.load();
+}
 uint8_t tav_get_hardkey_main_ver(void) {
-    return key_hard_ver.key_main_ver.load();
+    return key_hard_ver.load().key_main_ver;
 }
 uint8_t tav_get_hardkey_minor_ver(void) {
-    return key_hard_ver.key_minor_ver.load();
+    return key_hard_ver.load().key_minor_ver;
 }
 uint8_t tav_get_hardkey_build_ver(void) {
-    return key_hard_ver.key_build_ver.load();
+    return key_hard_ver.load().key_build_ver;
 }
 
 // Reads the panel port until the run flag is cleared or the port is closed.
-// The thread reads through a descriptor of its own (a duplicate of the
-// port's), which only it closes: a close of the port can never leave it
-// reading a descriptor number that has been freed or reused. Cancellation is
-// kept disabled, so a cancel at shutdown only marks the thread, which ends
-// when its read returns or with the process; unwinding a thread out of a
-// blocked read is not reliable under user-mode emulation.
+// The thread waits on the port and on its wake-up descriptor together, so a
+// shutdown ends it at once, without cancellation (unwinding a thread out of a
+// blocked read is not reliable under user-mode emulation). It reads only
+// while holding the transmit mutex and after checking that the descriptor is
+// still the open port, so a close by another thread can never leave it
+// reading a descriptor number that has been freed or reused; the reads never
+// block, since they follow a wait that saw data (or a hang-up) on the port.
 void* tav_uart_pthread(void* param) {
     (void)param;
-    pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
     int fd = -1;
     {
         std::lock_guard<std::mutex> lk(tav_port_tx_mutex());
         if (m_tav_port_open.load()) {
-            fd = fcntl(m_tav_port_fd.load(), F_DUPFD_CLOEXEC, 0);
+            fd = m_tav_port_fd.load();
+            tav_buart_set_block(fd, true);
+            tav_buart_empty_read(fd);
         }
     }
-    if (fd < 0) {
-        return nullptr;
-    }
-    tav_buart_set_block(fd, true);
-    tav_buart_empty_read(fd);
     char rx[256];
     int fails = 0;
-    while (g_tav_uart_runflag.load() != 0 && m_tav_port_open.load()) {
-        int n = tav_buart_read_bytes(fd, rx, 255);
+    while (fd >= 0 && g_tav_uart_runflag.load() != 0 && m_tav_port_open.load() &&
+           m_tav_port_fd.load() == fd) {
+        // After repeated failures only the wake-up is watched for a short
+        // pause, so a port that keeps failing is not retried in a spin.
+        const bool pause = fails >= TAV_RX_FAILS_BEFORE_PAUSE;
+        pollfd p[2] = {{m_tav_rx_wake_fd, POLLIN, 0}, {fd, POLLIN, 0}};
+        const int r = poll(p, pause ? 1 : 2, pause ? TAV_RX_FAIL_PAUSE_MS : -1);
+        if ((p[0].revents & POLLIN) != 0) {
+            uint64_t count;
+            if (read(m_tav_rx_wake_fd, &count, sizeof count) < 0) {
+            }
+            continue;
+        }
+        if (pause) {
+            fails = TAV_RX_FAILS_BEFORE_PAUSE - 1;
+            continue;
+        }
+        if (r <= 0) {
+            continue;
+        }
+        int n;
+        {
+            std::lock_guard<std::mutex> lk(tav_port_tx_mutex());
+            if (!m_tav_port_open.load() || m_tav_port_fd.load() != fd) {
+                break;
+            }
+            n = tav_buart_read_bytes(fd, rx, 255);
+        }
         if (n > 0) {
             fails = 0;
             tav_analyze_data(reinterpret_cast<uint8_t*>(rx), static_cast<uint8_t>(n));
-        } else if (++fails >= TAV_RX_FAILS_BEFORE_PAUSE) {
-            usleep(TAV_RX_FAIL_PAUSE_US);
+        } else {
+            ++fails;
         }
     }
-    close(fd);
     return nullptr;
 }

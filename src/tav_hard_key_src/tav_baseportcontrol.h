@@ -19,7 +19,11 @@ int32_t tav_inituart(int8_t* uartbuf, uint8_t port_id);
 // panel, then input and output are discarded and the descriptor closed.
 void tav_uartclose(void);
 void set_uart_runflag(void);
+// Clears the receive thread's run flag and wakes it: it ends at once.
 void clear_uart_runflag(void);
+// Wakes the receive thread to look at its run flag and the port again
+// (async-signal-safe).
+void tav_uart_wake(void);
 
 void tav_sethardkey_event(int event);
 int32_t tav_gethardkey_event(void);
@@ -29,6 +33,8 @@ int32_t tav_gethardsend_event(void);
 void tav_clear_sendevent(int event);
 
 TAV_KEY_ENUM tav_getkey_val(void);
+// The whole version of one answer; the three getters below read one field.
+TAV_HARD_KEY_VER tav_get_hardkey_ver(void);
 uint8_t tav_get_hardkey_main_ver(void);
 uint8_t tav_get_hardkey_minor_ver(void);
 uint8_t tav_get_hardkey_build_ver(void);

@@ -203,9 +203,18 @@ void pass_open_library(void) {
     }
 }
 
+// A stop (signal, or the program told to end) during a start-up pause or
+// the wait for the matrix core: the step does nothing more.
+bool stopping(void) {
+    return g_tav_key_runflag.load() == 0;
+}
+
 void pass_load_main(std::unique_lock<std::recursive_mutex>& lock) {
     show_rows(3, 4);
     pass_sleep(lock, 1000);
+    if (stopping()) {
+        return;
+    }
     tav_log(TAV_LOG_NOTICE, "func=[%s]open pid file and wait,depend matrix_app_quoral",
             "tav_menu_control");
     // The wait may be long; nothing else uses the engine before the listener
@@ -213,9 +222,15 @@ void pass_load_main(std::unique_lock<std::recursive_mutex>& lock) {
     lock.unlock();
     tav_pidf_close(tav_pidf_open("matrix_app_quoral"));
     lock.lock();
+    if (stopping()) {
+        return;
+    }
     tav_log(TAV_LOG_NOTICE, "func=[%s]close pid", "tav_menu_control");
     tav_version_handle();
     pass_sleep(lock, 1000);
+    if (stopping()) {
+        return;
+    }
     load_main_set_up();
     load_main_aud_set_up();
     tav_menu_update(menu_vid_display);

@@ -52,9 +52,7 @@ class VersionTest : public svc::ServiceMenuTest {
         g_tav_menu = menu_display_version;
     }
     static void set_firmware(uint8_t main, uint8_t minor, uint8_t build) {
-        key_hard_ver.key_main_ver = main;
-        key_hard_ver.key_minor_ver = minor;
-        key_hard_ver.key_build_ver = build;
+        key_hard_ver.store({main, minor, build});
     }
 };
 
