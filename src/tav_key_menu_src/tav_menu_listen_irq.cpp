@@ -10,8 +10,6 @@
 
 #include <atomic>
 #include <cerrno>
-#include <chrono>
-#include <condition_variable>
 #include <csignal>
 #include <cstring>
 #include <fcntl.h>
@@ -44,10 +42,11 @@ static_assert(std::atomic<int>::is_always_lock_free, "the callback must not take
 // Whether the listener thread is alive, and its identity.
 std::atomic<bool> m_irq_thread_running{false};
 thread_local bool t_irq_on_listener = false;
-// The end of the thread, for a close that waits for it.
-std::mutex m_irq_exit_mutex;
-std::condition_variable m_irq_exit_cv;
-constexpr auto k_exit_wait = std::chrono::milliseconds(500);
+// Written by the thread as it ends, for a close that waits for it (a
+// descriptor, unlike a condition variable, has no destructor that could run
+// at exit while the thread is still leaving).
+const int m_irq_exit_fd = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+constexpr int k_exit_wait_ms = 500;
 
 // Set (under the engine lock) by tav_matrix_irq_close: from then on nothing
 // is fetched or dispatched, and the thread ends. Also ends the handling of a
@@ -293,9 +292,12 @@ void tav_matrix_irq_open(void) {
     if (!open_pipe()) {
         return;
     }
-    uint64_t count;
-    if (read(m_irq_stop_fd, &count, sizeof count) < 0) {
-        // Nothing pending.
+    // Forget the stop and end of an earlier listener.
+    for (int fd : {m_irq_stop_fd, m_irq_exit_fd}) {
+        uint64_t count;
+        if (read(fd, &count, sizeof count) < 0) {
+            // Nothing pending.
+        }
     }
     m_irq_closed.store(false);
     tav_matrix_register_inner_signal(pmatrixDllHandle, TAV_MATRIX_SIG_MASK,
@@ -315,8 +317,8 @@ void tav_matrix_irq_close(void) {
     // The thread never waits for the engine lock held here, so it ends at
     // its next look; unless this is the thread itself (a reboot notice).
     if (m_irq_thread_running.load() && !t_irq_on_listener) {
-        std::unique_lock<std::mutex> lk(m_irq_exit_mutex);
-        m_irq_exit_cv.wait_for(lk, k_exit_wait, [] { return !m_irq_thread_running.load(); });
+        pollfd p = {m_irq_exit_fd, POLLIN, 0};
+        poll(&p, 1, k_exit_wait_ms);
     }
 }
 
@@ -358,11 +360,11 @@ void* tav_matrix_irq_thread(void* arg) {
             tav_menu_engine_mutex().unlock();
         }
     }
-    {
-        std::lock_guard<std::mutex> lk(m_irq_exit_mutex);
-        m_irq_thread_running.store(false);
+    m_irq_thread_running.store(false);
+    const uint64_t one = 1;
+    if (write(m_irq_exit_fd, &one, sizeof one) < 0) {
+        // Already pending.
     }
-    m_irq_exit_cv.notify_all();
     return nullptr;
 }
 
