@@ -4,6 +4,7 @@
 #include <atomic>
 #include <cerrno>
 #include <ctime>
+#include <malloc.h>
 #include <csignal>
 #include <cstring>
 #include <mutex>
@@ -81,7 +82,11 @@ uint8_t tav_create_thread(void) {
     sigaddset(&stop, SIGINT);
     sigaddset(&stop, SIGTERM);
     pthread_sigmask(SIG_BLOCK, &stop, &old);
-    int r = pthread_create(&g_uart_pthread_id, nullptr, tav_uart_pthread, nullptr);
+    pthread_attr_t attr;
+    pthread_attr_init(&attr);
+    pthread_attr_setstacksize(&attr, TAV_THREAD_STACK_BYTES);
+    int r = pthread_create(&g_uart_pthread_id, &attr, tav_uart_pthread, nullptr);
+    pthread_attr_destroy(&attr);
     pthread_sigmask(SIG_SETMASK, &old, nullptr);
     if (r != 0) {
         tav_log(TAV_LOG_DEBUG, "func=[%s]Creat thread Err.\r\n", __func__);
@@ -131,6 +136,9 @@ void signal_handle(int isignum) {
 
 #ifndef TAV_NO_MAIN
 int main() {
+    // One malloc arena for all threads: the few allocations of the threads
+    // (log messages, the library's calls) need no arena of their own.
+    mallopt(M_ARENA_MAX, 1);
     m_tav_main_thread = pthread_self();
     m_tav_main_thread_known.store(1);
     tav_install_signal_handlers();

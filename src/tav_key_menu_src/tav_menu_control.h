@@ -18,15 +18,19 @@
 // tav_menu_engine_mutex():
 //   * tav_menu_control() holds it for the whole work of a pass and releases
 //     it only while the pass itself sleeps: the 100 ms of a normal pass, the
-//     50 ms in the update menu, the self-check's 500 ms, the short yield
-//     (10 ms) that ends every handshake and library-open pass so that those
-//     states do not spin, and the start-up pauses (3 s after 20 unanswered
-//     handshakes, the two 1-s pauses and the wait for the matrix core while
-//     loading the main setup; no other thread uses the engine before the
-//     listener is started at the end of that step). Pauses inside a handler
-//     (the 1-s switch confirmation, the 3-s switch-all pause, the 1-s pause
-//     while publishing versions) use tav_menu_sleep_ms() and keep it, so the
-//     handler in progress never sees the engine change under it.
+//     50 ms in the update menu, the self-check's 500 ms, the wait that ends
+//     every handshake and library-open pass until the next one-second
+//     attempt is due (a handshake pass also wakes at once when the receive
+//     thread reports the panel's answer), and the start-up pauses (3 s after
+//     20 unanswered handshakes, the two 1-s pauses and the wait for the
+//     matrix core while loading the main setup; no other thread uses the
+//     engine before the listener is started at the end of that step). The
+//     first normal pass after the receive thread has reopened a panel port
+//     that went away asks for the current page to be drawn again, LEDs
+//     included. Pauses inside a handler (the 1-s switch confirmation, the
+//     3-s switch-all pause, the 1-s pause while publishing versions) use
+//     tav_menu_sleep_ms() and keep it, so the handler in progress never sees
+//     the engine change under it.
 //   * the listener never waits for the lock. For every wake-up byte it
 //     fetches the signal record at once, so the library's single record is
 //     never overwritten by a later signal while a pass runs. If the lock is

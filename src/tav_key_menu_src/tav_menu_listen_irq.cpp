@@ -106,6 +106,7 @@ void start_thread(void) {
     pthread_attr_t attr;
     pthread_attr_init(&attr);
     pthread_attr_setdetachstate(&attr, PTHREAD_CREATE_DETACHED);
+    pthread_attr_setstacksize(&attr, TAV_THREAD_STACK_BYTES);
     pthread_t thread;
     // SIGINT and SIGTERM go to the main thread, whose waits they end.
     sigset_t stop;
@@ -300,16 +301,22 @@ void tav_matrix_irq_open(void) {
         }
     }
     m_irq_closed.store(false);
-    tav_matrix_register_inner_signal(pmatrixDllHandle, TAV_MATRIX_SIG_MASK,
-                                     tav_matrix_irq_callback);
+    if (pmatrixDllHandle != nullptr) {
+        tav_matrix_register_inner_signal(pmatrixDllHandle, TAV_MATRIX_SIG_MASK,
+                                         tav_matrix_irq_callback);
+    }
     start_thread();
 }
 
 void tav_matrix_irq_close(void) {
     std::lock_guard<std::recursive_mutex> lock(tav_menu_engine_mutex());
     m_irq_closed.store(true);
-    tav_matrix_unregister_inner_signal(pmatrixDllHandle, TAV_MATRIX_SIG_MASK);
-    usleep(1000);
+    // Before the library is open (or when it never opened) there is nothing
+    // to unregister, and the library must never see a null handle.
+    if (pmatrixDllHandle != nullptr) {
+        tav_matrix_unregister_inner_signal(pmatrixDllHandle, TAV_MATRIX_SIG_MASK);
+        usleep(1000);
+    }
     const uint64_t one = 1;
     if (write(m_irq_stop_fd, &one, sizeof one) < 0) {
         // Already pending.
