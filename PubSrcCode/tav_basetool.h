@@ -4,10 +4,23 @@
 #include <cstdint>
 #include <sys/time.h>
 
+// How long a device tool may take before it is killed and counted as one
+// that printed nothing.
+#define TAV_BTOOL_TIMEOUT_MS 3000u
+
 // Wall-clock milliseconds, unsigned 32-bit: compare stamps by unsigned difference.
 uint32_t tav_btool_get_runtime(void);
 // The stamp of a wall-clock reading (seconds * 1000 + microseconds / 1000,
 // modulo 2^32).
 uint32_t tav_btool_stamp_of(const struct timeval* tv);
-// system(3) with SIGCHLD at its default for the duration; logs a non-zero status.
+// Runs the command through the shell and waits for it, at most
+// TAV_BTOOL_TIMEOUT_MS (then it is killed, the time-out logged and -1
+// returned); logs a non-zero status. Returns the wait status, -1 if no shell
+// could be started.
 int tav_btool_system(const char* shcmd);
+// Runs the command through the shell and stores the first line of its output
+// (with its newline, at most len - 1 bytes, terminated) in buf. The tool must
+// end within timeout_ms, else it is killed, the time-out logged and the
+// result is as for a tool that printed nothing. Returns 0 when a line was
+// read, -1 otherwise (buf then untouched).
+int tav_btool_run(const char* shcmd, char* buf, int len, uint32_t timeout_ms);

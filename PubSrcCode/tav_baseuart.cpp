@@ -65,7 +65,7 @@ int tav_buart_open(int icommid, int* puartfid) {
     }
     char path[256];
     tav_platform_path(devname, path, sizeof path);
-    int fd = open(path, O_RDWR | O_NOCTTY | O_NONBLOCK | O_SYNC);
+    int fd = open(path, O_RDWR | O_NOCTTY | O_NONBLOCK | O_SYNC | O_CLOEXEC);
     if (fd < 0) {
         return -2;
     }

@@ -25,3 +25,8 @@ enum : int {
     TAV_LOG_INFO = 14,
     TAV_LOG_DEBUG = 15,
 };
+
+// Stack of the program's own threads (receive thread, inner-signal listener):
+// they need a few kilobytes; the default of several megabytes only costs
+// address space and page tables.
+constexpr unsigned long TAV_THREAD_STACK_BYTES = 64ul * 1024ul;

@@ -2,6 +2,9 @@
 #include "tav_keyboard.h"
 
 #include <atomic>
+#include <cerrno>
+#include <ctime>
+#include <malloc.h>
 #include <csignal>
 #include <cstring>
 #include <mutex>
@@ -23,8 +26,16 @@ constexpr uint8_t TAV_PANEL_UART_LINE = 4;
 // Set by the signal handler and never cleared: a signal that arrives before
 // the run flags are raised must still stop the program.
 std::atomic<uint8_t> m_tav_stop_requested{0};
-// Whether the receive thread exists and has not been cancelled yet.
+// Whether the receive thread exists and has not been waited for yet.
 std::atomic<uint8_t> m_tav_rx_thread_live{0};
+// The main thread: a stop signal that another thread took is passed on to
+// it, so that a blocking wait of the main thread is interrupted.
+pthread_t m_tav_main_thread;
+std::atomic<uint8_t> m_tav_main_thread_known{0};
+
+// How long main waits for the receive thread at the end; it normally ends at
+// once, since its wait also watches a wake-up descriptor.
+constexpr int TAV_RX_JOIN_MS = 1000;
 
 static_assert(std::atomic<uint8_t>::is_always_lock_free, "used from the signal handler");
 
@@ -71,7 +82,11 @@ uint8_t tav_create_thread(void) {
     sigaddset(&stop, SIGINT);
     sigaddset(&stop, SIGTERM);
     pthread_sigmask(SIG_BLOCK, &stop, &old);
-    int r = pthread_create(&g_uart_pthread_id, nullptr, tav_uart_pthread, nullptr);
+    pthread_attr_t attr;
+    pthread_attr_init(&attr);
+    pthread_attr_setstacksize(&attr, TAV_THREAD_STACK_BYTES);
+    int r = pthread_create(&g_uart_pthread_id, &attr, tav_uart_pthread, nullptr);
+    pthread_attr_destroy(&attr);
     pthread_sigmask(SIG_SETMASK, &old, nullptr);
     if (r != 0) {
         tav_log(TAV_LOG_DEBUG, "func=[%s]Creat thread Err.\r\n", __func__);
@@ -90,22 +105,42 @@ void tav_dev_destory(void) {
         std::lock_guard<std::recursive_mutex> lk(tav_menu_engine_mutex());
         tav_menu_ctl_distory();
     }
-    if (m_tav_rx_thread_live.exchange(0) != 0) {
-        pthread_cancel(g_uart_pthread_id);
+}
+
+// Waits (bounded) for the receive thread that the shutdown has woken.
+void tav_join_rx_thread(void) {
+    if (m_tav_rx_thread_live.exchange(0) == 0) {
+        return;
+    }
+    struct timespec until;
+    clock_gettime(CLOCK_REALTIME, &until);
+    until.tv_sec += TAV_RX_JOIN_MS / 1000;
+    if (pthread_timedjoin_np(g_uart_pthread_id, nullptr, &until) != 0) {
+        pthread_detach(g_uart_pthread_id);
     }
 }
 
 // Only clears the run flags (async-signal-safe); main runs the shutdown once
 // the loop has ended.
 void signal_handle(int isignum) {
-    (void)isignum;
+    const int saved_errno = errno;
     m_tav_stop_requested.store(1);
     g_tav_uart_runflag.store(0);
     g_tav_key_runflag.store(0);
+    tav_uart_wake();
+    if (m_tav_main_thread_known.load() != 0 && !pthread_equal(pthread_self(), m_tav_main_thread)) {
+        pthread_kill(m_tav_main_thread, isignum);
+    }
+    errno = saved_errno;
 }
 
 #ifndef TAV_NO_MAIN
 int main() {
+    // One malloc arena for all threads: the few allocations of the threads
+    // (log messages, the library's calls) need no arena of their own.
+    mallopt(M_ARENA_MAX, 1);
+    m_tav_main_thread = pthread_self();
+    m_tav_main_thread_known.store(1);
     tav_install_signal_handlers();
     sleep(1);
     if (m_tav_stop_requested.load() != 0) {
@@ -126,9 +161,7 @@ int main() {
         tav_menu_control();
     }
     tav_dev_destory();
-    // Nobody waits for the receive thread: it ends at its next look at the
-    // run flag or with the process, and its resources go with it.
-    pthread_detach(g_uart_pthread_id);
+    tav_join_rx_thread();
     return 1;
 }
 #endif

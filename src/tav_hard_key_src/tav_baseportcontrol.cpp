@@ -4,9 +4,13 @@
 
 #include <cerrno>
 #include <csignal>
+#include <cstdio>
+#include <cstring>
 #include <ctime>
 #include <fcntl.h>
+#include <poll.h>
 #include <pthread.h>
+#include <sys/eventfd.h>
 #include <termios.h>
 #include <unistd.h>
 
@@ -27,10 +31,29 @@ constexpr uint64_t TAV_PORT_DRAIN_MARGIN_MS = 100;
 constexpr uint64_t TAV_PORT_DRAIN_MAX_MS = 500;
 uint64_t m_tav_tx_busy_until_ms = 0;
 
-// Consecutive failed reads after which the receive thread pauses between
-// retries (the device went away), and the pause.
-constexpr int TAV_RX_FAILS_BEFORE_PAUSE = 3;
-constexpr useconds_t TAV_RX_FAIL_PAUSE_US = 5000;
+// Consecutive failed reads (error, end of file, hang-up) after which the
+// port counts as gone: the receive thread closes it and reopens it, first
+// after 10 ms, then after twice the last pause, at most 640 ms apart.
+constexpr int TAV_RX_FAILS_GONE = 3;
+constexpr int TAV_RX_REOPEN_FIRST_MS = 10;
+constexpr int TAV_RX_REOPEN_MAX_MS = 640;
+
+// How the port was opened, for the reopen: the line number and the parameter
+// text (tav_inituart's copy is split in place by the parser). Written by
+// tav_inituart under the transmit mutex before the receive thread starts.
+uint8_t m_tav_port_line;
+char m_tav_port_param[32];
+
+// Set when the receive thread has reopened the port; taken by the controller,
+// which then redraws the page.
+std::atomic<bool> m_tav_port_reopened{false};
+
+// Raised events, for a wait on them (tav_wait_hardkey_event). Made once.
+const int m_tav_event_fd = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+
+// Wakes the receive thread out of its wait on the port: written when its run
+// flag is cleared or the port closed. Made once for the life of the process.
+const int m_tav_rx_wake_fd = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
 
 uint64_t port_now_ms() {
     struct timespec ts;
@@ -59,6 +82,7 @@ void port_close_locked(bool let_output_drain) {
     m_tav_port_open.store(false);
     m_tav_port_fd.store(-1);
     tav_buart_close(fd);
+    tav_uart_wake();
 }
 
 } // namespace
@@ -91,6 +115,9 @@ int tav_port_write_locked(const void* frame, int len) {
 int32_t tav_inituart(int8_t* uartbuf, uint8_t port_id) {
     std::lock_guard<std::mutex> lk(tav_port_tx_mutex());
     port_close_locked(false);
+    m_tav_port_line = port_id;
+    snprintf(m_tav_port_param, sizeof m_tav_port_param, "%s",
+             uartbuf != nullptr ? reinterpret_cast<const char*>(uartbuf) : "");
     int fd = -1;
     int r = tav_buart_open(port_id, &fd);
     uartfid.store(fd);
@@ -117,10 +144,49 @@ void set_uart_runflag(void) {
 }
 void clear_uart_runflag(void) {
     g_tav_uart_runflag.store(0);
+    tav_uart_wake();
+}
+
+void tav_uart_wake(void) {
+    const uint64_t one = 1;
+    if (write(m_tav_rx_wake_fd, &one, sizeof one) < 0) {
+        // Already pending: the thread wakes anyway.
+    }
 }
 
 void tav_sethardkey_event(int event) {
     g_tav_event.fetch_or(event, std::memory_order_release);
+    const uint64_t one = 1;
+    if (write(m_tav_event_fd, &one, sizeof one) < 0) {
+        // Already pending.
+    }
+}
+
+void tav_wait_hardkey_event(int32_t event, uint32_t timeout_ms) {
+    const uint64_t deadline = port_now_ms() + timeout_ms;
+    while ((tav_gethardkey_event() & event) == 0) {
+        const uint64_t now = port_now_ms();
+        if (now >= deadline) {
+            return;
+        }
+        pollfd p = {m_tav_event_fd, POLLIN, 0};
+        if (poll(&p, 1, static_cast<int>(deadline - now)) > 0) {
+            uint64_t count;
+            if (read(m_tav_event_fd, &count, sizeof count) < 0) {
+            }
+        }
+    }
+}
+
+int tav_port_reopen_pause_ms(int previous_ms) {
+    if (previous_ms <= 0) {
+        return TAV_RX_REOPEN_FIRST_MS;
+    }
+    return previous_ms >= TAV_RX_REOPEN_MAX_MS / 2 ? TAV_RX_REOPEN_MAX_MS : previous_ms * 2;
+}
+
+bool tav_port_take_reopened(void) {
+    return m_tav_port_reopened.exchange(false);
 }
 int32_t tav_gethardkey_event(void) {
     return g_tav_event.load(std::memory_order_acquire);
@@ -142,49 +208,145 @@ void tav_clear_sendevent(int event) {
 TAV_KEY_ENUM tav_getkey_val(void) {
     return g_tav_keyval.load(std::memory_order_acquire);
 }
+TAV_HARD_KEY_VER tav_get_hardkey_ver(void) {
+    return key_hard_ver.load();
+}
 uint8_t tav_get_hardkey_main_ver(void) {
-    return key_hard_ver.key_main_ver.load();
+    return key_hard_ver.load().key_main_ver;
 }
 uint8_t tav_get_hardkey_minor_ver(void) {
-    return key_hard_ver.key_minor_ver.load();
+    return key_hard_ver.load().key_minor_ver;
 }
 uint8_t tav_get_hardkey_build_ver(void) {
-    return key_hard_ver.key_build_ver.load();
+    return key_hard_ver.load().key_build_ver;
 }
 
+namespace {
+
+// Waits up to `ms` for the wake-up descriptor; true when it was written.
+bool rx_wait_wake(int ms) {
+    pollfd p = {m_tav_rx_wake_fd, POLLIN, 0};
+    if (poll(&p, 1, ms) <= 0) {
+        return false;
+    }
+    uint64_t count;
+    if (read(m_tav_rx_wake_fd, &count, sizeof count) < 0) {
+    }
+    return true;
+}
+
+bool rx_running(void) {
+    return g_tav_uart_runflag.load() != 0 && m_tav_port_open.load();
+}
+
+// Opens and configures the port again on a descriptor of its own; only a
+// ready descriptor is handed to the writers, under the transmit mutex. False
+// when the device is not back yet (or the port was closed meanwhile).
+bool rx_reopen(int* fd) {
+    int nfd = -1;
+    char param[sizeof m_tav_port_param];
+    memcpy(param, m_tav_port_param, sizeof param);
+    if (tav_buart_open(m_tav_port_line, &nfd) < 0) {
+        return false;
+    }
+    if (tav_buart_set_param_string(nfd, param) < 0 || tav_buart_set_block(nfd, true) != 0) {
+        tav_buart_close(nfd);
+        return false;
+    }
+    std::lock_guard<std::mutex> lk(tav_port_tx_mutex());
+    if (!m_tav_port_open.load()) {
+        tav_buart_close(nfd);
+        return false;
+    }
+    m_tav_tx_busy_until_ms = 0;
+    m_tav_port_reopened.store(true);
+    m_tav_port_fd.store(nfd);
+    uartfid.store(nfd);
+    *fd = nfd;
+    return true;
+}
+
+// The port keeps failing: its descriptor is closed (writers find -1 and drop
+// their frames) and reopened with a growing pause until the device is back.
+// Returns false when the thread must end.
+bool rx_recover(int* fd) {
+    {
+        std::lock_guard<std::mutex> lk(tav_port_tx_mutex());
+        if (!m_tav_port_open.load() || m_tav_port_fd.load() != *fd) {
+            return false;
+        }
+        m_tav_port_fd.store(-1);
+        tav_buart_close(*fd);
+    }
+    *fd = -1;
+    for (int pause = tav_port_reopen_pause_ms(0);; pause = tav_port_reopen_pause_ms(pause)) {
+        rx_wait_wake(pause);
+        if (!rx_running()) {
+            return false;
+        }
+        if (rx_reopen(fd)) {
+            return true;
+        }
+    }
+}
+
+} // namespace
+
 // Reads the panel port until the run flag is cleared or the port is closed.
-// The thread reads through a descriptor of its own (a duplicate of the
-// port's), which only it closes: a close of the port can never leave it
-// reading a descriptor number that has been freed or reused. Cancellation is
-// kept disabled, so a cancel at shutdown only marks the thread, which ends
-// when its read returns or with the process; unwinding a thread out of a
-// blocked read is not reliable under user-mode emulation.
+// The thread waits on the port and on its wake-up descriptor together, so a
+// shutdown ends it at once, without cancellation (unwinding a thread out of a
+// blocked read is not reliable under user-mode emulation). It reads only
+// while holding the transmit mutex and after checking that the descriptor is
+// still the open port, so a close by another thread can never leave it
+// reading a descriptor number that has been freed or reused; the reads never
+// block, since they follow a wait that saw data (or a hang-up) on the port.
+// A port that keeps failing is closed and reopened (rx_recover); nothing of
+// this goes to the system log.
 void* tav_uart_pthread(void* param) {
     (void)param;
-    pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
     int fd = -1;
     {
         std::lock_guard<std::mutex> lk(tav_port_tx_mutex());
         if (m_tav_port_open.load()) {
-            fd = fcntl(m_tav_port_fd.load(), F_DUPFD_CLOEXEC, 0);
+            fd = m_tav_port_fd.load();
+            tav_buart_set_block(fd, true);
+            tav_buart_empty_read(fd);
         }
     }
-    if (fd < 0) {
-        return nullptr;
-    }
-    tav_buart_set_block(fd, true);
-    tav_buart_empty_read(fd);
     char rx[256];
     int fails = 0;
-    while (g_tav_uart_runflag.load() != 0 && m_tav_port_open.load()) {
-        int n = tav_buart_read_bytes(fd, rx, 255);
+    while (fd >= 0 && rx_running()) {
+        if (fails >= TAV_RX_FAILS_GONE) {
+            fails = 0;
+            if (!rx_recover(&fd)) {
+                break;
+            }
+        }
+        pollfd p[2] = {{m_tav_rx_wake_fd, POLLIN, 0}, {fd, POLLIN, 0}};
+        const int r = poll(p, 2, -1);
+        if ((p[0].revents & POLLIN) != 0) {
+            uint64_t count;
+            if (read(m_tav_rx_wake_fd, &count, sizeof count) < 0) {
+            }
+            continue;
+        }
+        if (r <= 0) {
+            continue;
+        }
+        int n;
+        {
+            std::lock_guard<std::mutex> lk(tav_port_tx_mutex());
+            if (!m_tav_port_open.load() || m_tav_port_fd.load() != fd) {
+                break;
+            }
+            n = tav_buart_read_bytes(fd, rx, 255);
+        }
         if (n > 0) {
             fails = 0;
             tav_analyze_data(reinterpret_cast<uint8_t*>(rx), static_cast<uint8_t>(n));
-        } else if (++fails >= TAV_RX_FAILS_BEFORE_PAUSE) {
-            usleep(TAV_RX_FAIL_PAUSE_US);
+        } else {
+            ++fails;
         }
     }
-    close(fd);
     return nullptr;
 }

@@ -19,9 +19,15 @@ int32_t tav_inituart(int8_t* uartbuf, uint8_t port_id);
 // panel, then input and output are discarded and the descriptor closed.
 void tav_uartclose(void);
 void set_uart_runflag(void);
+// Clears the receive thread's run flag and wakes it: it ends at once.
 void clear_uart_runflag(void);
+// Wakes the receive thread to look at its run flag and the port again
+// (async-signal-safe).
+void tav_uart_wake(void);
 
 void tav_sethardkey_event(int event);
+// Waits until one of the `event` bits is set or `timeout_ms` have passed.
+void tav_wait_hardkey_event(int32_t event, uint32_t timeout_ms);
 int32_t tav_gethardkey_event(void);
 void tav_clear_keyevent(int event);
 void tav_sethardsend_event(int event);
@@ -29,6 +35,8 @@ int32_t tav_gethardsend_event(void);
 void tav_clear_sendevent(int event);
 
 TAV_KEY_ENUM tav_getkey_val(void);
+// The whole version of one answer; the three getters below read one field.
+TAV_HARD_KEY_VER tav_get_hardkey_ver(void);
 uint8_t tav_get_hardkey_main_ver(void);
 uint8_t tav_get_hardkey_minor_ver(void);
 uint8_t tav_get_hardkey_build_ver(void);
@@ -37,8 +45,15 @@ void* tav_uart_pthread(void* param);
 
 // Serialises frames on the line.
 std::mutex& tav_port_tx_mutex(void);
-// True between a successful tav_inituart and tav_uartclose.
+// True between a successful tav_inituart and tav_uartclose (also while the
+// receive thread is reopening a port that went away).
 bool tav_port_is_open(void);
+// True once after the receive thread has reopened the port: the panel may
+// have lost its picture, so the current page is to be drawn again.
+bool tav_port_take_reopened(void);
+// The pause before the next attempt to reopen a port that went away, after a
+// pause of `previous_ms` (0 for the first): 10 ms, then doubling up to 640 ms.
+int tav_port_reopen_pause_ms(int previous_ms);
 // Writes one whole frame with a single write; the caller holds
 // tav_port_tx_mutex(). Returns the write's result, -1 when the port is closed.
 int tav_port_write_locked(const void* frame, int len);

@@ -9,7 +9,8 @@ std::atomic<int> uartfid{0};
 int8_t buffer[100];
 std::atomic<int32_t> g_tav_event{0};
 std::atomic<int32_t> g_tav_send_event{0};
-TAV_HARD_KEY_VER key_hard_ver;
+std::atomic<TAV_HARD_KEY_VER> key_hard_ver{TAV_HARD_KEY_VER{0, 0, 0}};
+static_assert(std::atomic<TAV_HARD_KEY_VER>::is_always_lock_free, "one word");
 std::atomic<TAV_KEY_ENUM> g_tav_keyval{TAV_KEY_NULL};
 std::atomic<uint8_t> g_tav_uart_runflag{0};
 
@@ -24,9 +25,7 @@ void tav_hardkey_init(void) {
     }
     g_tav_event.store(0);
     g_tav_send_event.store(0);
-    key_hard_ver.key_main_ver.store(0);
-    key_hard_ver.key_minor_ver.store(0);
-    key_hard_ver.key_build_ver.store(0);
+    key_hard_ver.store(TAV_HARD_KEY_VER{0, 0, 0});
     g_tav_keyval.store(TAV_KEY_NULL);
     g_tav_uart_runflag.store(0);
 }

@@ -32,11 +32,13 @@ typedef enum TAV_KEY_ENUM : uint32_t {
 #define TAV_EVENT_HARDVER 0x20
 
 // Panel firmware version. Written by the receive thread before it raises
-// TAV_EVENT_HARDVER, read by the main thread at any time: atomic fields.
-typedef struct HARD_KEY_VER {
-    std::atomic<uint8_t> key_main_ver;
-    std::atomic<uint8_t> key_minor_ver;
-    std::atomic<uint8_t> key_build_ver;
+// TAV_EVENT_HARDVER, read by the main thread at any time: the three numbers
+// are published together as one atomic word, so a reader never sees two
+// version answers mixed.
+typedef struct alignas(4) HARD_KEY_VER {
+    uint8_t key_main_ver;
+    uint8_t key_minor_ver;
+    uint8_t key_build_ver;
 } TAV_HARD_KEY_VER;
 
 // Receive record of the frame parser (owned by the receive thread).
@@ -73,7 +75,7 @@ extern std::atomic<int> uartfid;
 extern int8_t buffer[100];
 extern std::atomic<int32_t> g_tav_event;
 extern std::atomic<int32_t> g_tav_send_event;
-extern TAV_HARD_KEY_VER key_hard_ver;
+extern std::atomic<TAV_HARD_KEY_VER> key_hard_ver;
 extern std::atomic<TAV_KEY_ENUM> g_tav_keyval;
 extern std::atomic<uint8_t> g_tav_uart_runflag;
 

@@ -76,9 +76,7 @@ void tav_a_format_sub21(TAV_COM_STRUCT* com_data) {
             tav_back_err(0, TAV_COM_ERR_CODE);
             break;
         }
-        key_hard_ver.key_main_ver.store(d[2]);
-        key_hard_ver.key_minor_ver.store(d[3]);
-        key_hard_ver.key_build_ver.store(static_cast<uint8_t>(d[4] | d[5]));
+        key_hard_ver.store(TAV_HARD_KEY_VER{d[2], d[3], static_cast<uint8_t>(d[4] | d[5])});
         tav_sethardkey_event(TAV_EVENT_HARDVER);
         break;
     case TAV_SUB_KEY: {

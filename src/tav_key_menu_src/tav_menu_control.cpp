@@ -6,6 +6,7 @@
 #include <atomic>
 #include <cerrno>
 #include <ctime>
+#include <malloc.h>
 
 #include "tav_basetool.h"
 #include "tav_baseportcontrol.h"
@@ -41,9 +42,6 @@ constexpr uint8_t kHandshakesPerSeries = 20;
 constexpr uint8_t kOpenAttempts = 10;
 // Self-check steps (0..17).
 constexpr uint8_t kSelfCheckSteps = 18;
-// Pause of the handshake and library-open states between two passes: short
-// against their one-second cadence, long enough that waiting costs no CPU.
-constexpr uint32_t kStartupYieldMs = 10;
 // LED that belongs to no key; on together with the LCD.
 constexpr uint8_t kLcdLed = 31;
 
@@ -149,10 +147,38 @@ uint32_t ms_since_reset(void) {
     return currenttime - timecount;
 }
 
+// A stop (signal, or the program told to end) during a start-up pause or
+// the wait for the matrix core: the step does nothing more.
+bool stopping(void) {
+    return g_tav_key_runflag.load() == 0;
+}
+
 // A sleep of the pass itself: the engine lock is released meanwhile.
 void pass_sleep(std::unique_lock<std::recursive_mutex>& lock, uint32_t ms) {
     lock.unlock();
     g_sleep.load()(ms);
+    lock.lock();
+}
+
+// The handshake and library-open states: the pass waits until the next
+// one-second attempt is due, or (handshake) until the panel answers, so a
+// silent panel or a missing library costs nothing while waiting. An
+// installed time source cannot report the answer during its sleep: with one,
+// the pass keeps a short pause (10 ms) and the next pass looks again; so does
+// the last pass when the program is ending.
+void pass_wait_attempt(std::unique_lock<std::recursive_mutex>& lock, int32_t answer) {
+    constexpr uint32_t kInstalledClockPauseMs = 10;
+    const uint32_t elapsed = ms_since_reset();
+    const uint32_t ms = elapsed >= 1000 ? 1 : 1000 - elapsed;
+    const tav_menu_sleep_fn sleep = g_sleep.load();
+    lock.unlock();
+    if (sleep != real_sleep || stopping()) {
+        sleep(ms < kInstalledClockPauseMs ? ms : kInstalledClockPauseMs);
+    } else if (answer != 0) {
+        tav_wait_hardkey_event(answer, ms);
+    } else {
+        sleep(ms);
+    }
     lock.lock();
 }
 
@@ -206,6 +232,9 @@ void pass_open_library(void) {
 void pass_load_main(std::unique_lock<std::recursive_mutex>& lock) {
     show_rows(3, 4);
     pass_sleep(lock, 1000);
+    if (stopping()) {
+        return;
+    }
     tav_log(TAV_LOG_NOTICE, "func=[%s]open pid file and wait,depend matrix_app_quoral",
             "tav_menu_control");
     // The wait may be long; nothing else uses the engine before the listener
@@ -213,13 +242,21 @@ void pass_load_main(std::unique_lock<std::recursive_mutex>& lock) {
     lock.unlock();
     tav_pidf_close(tav_pidf_open("matrix_app_quoral"));
     lock.lock();
+    if (stopping()) {
+        return;
+    }
     tav_log(TAV_LOG_NOTICE, "func=[%s]close pid", "tav_menu_control");
     tav_version_handle();
     pass_sleep(lock, 1000);
+    if (stopping()) {
+        return;
+    }
     load_main_set_up();
     load_main_aud_set_up();
     tav_menu_update(menu_vid_display);
     tav_matrix_irq_open();
+    // Start-up is over: give back the heap pages its work used.
+    malloc_trim(0);
 }
 
 void run_tick(void) {
@@ -242,6 +279,12 @@ void run_tick(void) {
 }
 
 void pass_normal(std::unique_lock<std::recursive_mutex>& lock) {
+    if (tav_port_take_reopened()) {
+        // The panel came back (and may have lost its picture): draw the
+        // current page and its LEDs again on the next pass.
+        tav_menu_update(g_tav_menu);
+        return;
+    }
     if (g_tav_menu == menu_update) {
         // Update progress: polled about every 100 ms; keys wait until the
         // menu is left.
@@ -306,13 +349,13 @@ void tav_menu_control(void) {
             tav_menu_ctl_cleartime();
             first_in = 0;
         } else if (g_tav_menu_event == EVENT_MITT) {
-            pass_sleep(lock, kStartupYieldMs);
+            pass_wait_attempt(lock, TAV_EVENT_HARDVER);
         }
         break;
     case EVENT_OPEN_DLL:
         pass_open_library();
         if (g_tav_menu_event == EVENT_OPEN_DLL) {
-            pass_sleep(lock, kStartupYieldMs);
+            pass_wait_attempt(lock, 0);
         }
         break;
     case EVENT_SELF_CHECK:

@@ -18,28 +18,51 @@
 // tav_menu_engine_mutex():
 //   * tav_menu_control() holds it for the whole work of a pass and releases
 //     it only while the pass itself sleeps: the 100 ms of a normal pass, the
-//     50 ms in the update menu, the self-check's 500 ms, the short yield
-//     (10 ms) that ends every handshake and library-open pass so that those
-//     states do not spin, and the start-up pauses (3 s after 20 unanswered
-//     handshakes, the two 1-s pauses and the wait for the matrix core while
-//     loading the main setup; no other thread uses the engine before the
-//     listener is started at the end of that step). Pauses inside a handler
-//     (the 1-s switch confirmation, the 3-s switch-all pause, the 1-s pause
-//     while publishing versions) use tav_menu_sleep_ms() and keep it: a
-//     signal arriving then is handled after that pass, as if between two
-//     passes.
-//   * the listener takes it for each dispatch, so a handler's effects fall
-//     between two passes and the redraw it requests happens on the next pass.
-//     It may reset the timers while the controller sleeps; an elapsed time
-//     that comes out "negative" (timer reset after the pass sampled its
-//     time) counts as no time at all.
+//     50 ms in the update menu, the self-check's 500 ms, the wait that ends
+//     every handshake and library-open pass until the next one-second
+//     attempt is due (a handshake pass also wakes at once when the receive
+//     thread reports the panel's answer), and the start-up pauses (3 s after
+//     20 unanswered handshakes, the two 1-s pauses and the wait for the
+//     matrix core while loading the main setup; no other thread uses the
+//     engine before the listener is started at the end of that step). The
+//     first normal pass after the receive thread has reopened a panel port
+//     that went away asks for the current page to be drawn again, LEDs
+//     included. Pauses inside a handler (the 1-s switch confirmation, the
+//     3-s switch-all pause, the 1-s pause while publishing versions) use
+//     tav_menu_sleep_ms() and keep it, so the handler in progress never sees
+//     the engine change under it.
+//   * the listener never waits for the lock. For every wake-up byte it
+//     fetches the signal record at once, so the library's single record is
+//     never overwritten by a later signal while a pass runs. If the lock is
+//     free it takes it (try_lock) and handles the record, after any older
+//     ones; if a pass holds it, the record joins a fixed queue of 64 in
+//     the order of the deliveries, and the listener tries the lock again
+//     every 10 ms. The queued records are thus handled, in order and each
+//     with the order of effects of its bits, as soon as the pass ends and
+//     sleeps: a signal waits at most for the rest of the pass in progress
+//     plus 10 ms (the longest pass is a switch-all with its 3-s pause; a
+//     device tool may add its own bounded run time, at most 3 s each). A
+//     full queue leaves further bytes in the pipe until the engine is free,
+//     and those then fetch the latest record, as before the queue existed.
+//     The handlers' effects fall between two passes and the redraw they
+//     request happens on the next pass. They may reset the timers while the
+//     controller sleeps; an elapsed time that comes out "negative" (timer
+//     reset after the pass sampled its time) counts as no time at all.
+//   * tav_matrix_irq_close() (from tav_menu_ctl_distory()) marks the
+//     listener closed under the lock and wakes its thread: nothing is
+//     fetched or dispatched afterwards, and the thread ends within one
+//     wake-up (the close waits up to 500 ms for it, except on the listener
+//     thread itself, which shuts the program down on a reboot notice).
 //   * tav_menu_ctl_init(), tav_menu_ctl_distory() and tav_menu_update() take
 //     it too (it is recursive, so callers that already hold it are fine);
 //     tav_dev_destory() takes it for the engine's tear-down, and the reboot
 //     notice runs the shutdown from inside a dispatch.
 // Frames are serialised separately, below this lock, by the port's transmit
 // mutex, so a frame is never split or interleaved on the line.
-// The signal handler takes no lock: it only clears the atomic run flags.
+// The signal handler takes no lock: it only clears the atomic run flags and
+// wakes the receive thread. Once the run flag is clear the start-up does no
+// further work, and the receive thread, which waits on the port and a wake-up
+// descriptor together, ends at once.
 //
 // Time: every time stamp of the controller comes from tav_menu_now() and
 // every pause goes through the installed sleep function, so tests can run the

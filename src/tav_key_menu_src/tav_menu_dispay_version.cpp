@@ -61,9 +61,9 @@ void read_versions(void) {
     } else {
         tav_version_add_0(line, g_tav_version.main_ver);
     }
+    const TAV_HARD_KEY_VER hard = tav_get_hardkey_ver();
     snprintf(g_tav_version.hard_key_ver, sizeof g_tav_version.hard_key_ver, "%02d.%02d.%04d",
-             clamp_to(tav_get_hardkey_main_ver(), 99), clamp_to(tav_get_hardkey_minor_ver(), 99),
-             tav_get_hardkey_build_ver());
+             clamp_to(hard.key_main_ver, 99), clamp_to(hard.key_minor_ver, 99), hard.key_build_ver);
     snprintf(g_tav_version.soft_key_ver, sizeof g_tav_version.soft_key_ver, "%s", kSoftKeyVersion);
 }
 

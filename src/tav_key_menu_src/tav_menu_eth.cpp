@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "tav_basetool.h"
 #include "tav_lcd.h"
 #include "tav_menu_analize_press.h"
 #include "tav_menu_control.h"
@@ -132,18 +133,8 @@ void tav_eth_clear(void) {
 }
 
 int mytav_btool_system(const char* cmdstring, char* buf, int len) {
-    if (cmdstring == nullptr || buf == nullptr || len < 2) {
-        return -1;
-    }
-    FILE* fp = popen(cmdstring, "r");
-    if (fp == nullptr) {
-        return -1;
-    }
-    const int result = fgets(buf, len, fp) != nullptr ? 0 : -1;
-    // A read error leaves the buffer undefined: keep it terminated.
-    buf[len - 1] = '\0';
-    pclose(fp);
-    return result;
+    // A tool that hangs must not freeze the panel: its wait is bounded.
+    return tav_btool_run(cmdstring, buf, len, TAV_BTOOL_TIMEOUT_MS);
 }
 
 void AddIP_GATE_MASK_0(char* buf) {

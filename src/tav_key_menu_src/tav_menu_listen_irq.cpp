@@ -1,18 +1,22 @@
 // Inner-signal listener: follows the matrix core. The library's callback only
-// writes a byte into a non-blocking pipe; a detached thread waits on the pipe
-// and, for every byte, fetches the latest signal record and runs the handlers
-// of its bits in a fixed order. Each dispatch holds the menu engine lock, so
-// its effects fall between two controller passes and the pages it asks for
-// are drawn by the next pass.
+// writes a byte into a non-blocking pipe; a thread waits on the pipe and, for
+// every byte, fetches the latest signal record at once and runs the handlers
+// of its bits in a fixed order. Handlers run only while the listener holds
+// the menu engine lock, so their effects fall between two controller passes;
+// while a pass holds the lock (a handler's pause included) the fetched
+// records wait in a small queue, in the order of their deliveries, and are
+// handled as soon as the pass lets the lock go (see tav_menu_control.h).
 #include "tav_menu_listen_irq.h"
 
 #include <atomic>
 #include <cerrno>
+#include <csignal>
 #include <cstring>
 #include <fcntl.h>
 #include <mutex>
 #include <poll.h>
 #include <pthread.h>
+#include <sys/eventfd.h>
 #include <unistd.h>
 
 #include "tav_common.h"
@@ -35,12 +39,31 @@ namespace {
 std::atomic<int> m_irq_wakeup_fd[2] = {-1, -1};
 static_assert(std::atomic<int>::is_always_lock_free, "the callback must not take a lock");
 
-// Whether the listener thread is alive (it ends only on a read error).
+// Whether the listener thread is alive, and its identity.
 std::atomic<bool> m_irq_thread_running{false};
+thread_local bool t_irq_on_listener = false;
+// Written by the thread as it ends, for a close that waits for it (a
+// descriptor, unlike a condition variable, has no destructor that could run
+// at exit while the thread is still leaving).
+const int m_irq_exit_fd = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+constexpr int k_exit_wait_ms = 500;
 
-// Set when a reboot notice has shut the program down: the remaining bits of
-// that signal are not handled. Guarded by the engine lock.
-bool m_irq_shut_down;
+// Set (under the engine lock) by tav_matrix_irq_close: from then on nothing
+// is fetched or dispatched, and the thread ends. Also ends the handling of a
+// signal whose reboot notice has shut the program down.
+std::atomic<bool> m_irq_closed{false};
+// Wakes the thread to see m_irq_closed. Made once for the life of the process.
+const int m_irq_stop_fd = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+
+// Records fetched while the engine was busy, oldest first. Only the listener
+// thread touches the queue. When it is full the thread stops reading the pipe
+// until the engine is free again.
+constexpr size_t k_queue_len = 64;
+TAV_MATRIX_OBJ_SIGNAL_FLAG m_irq_queue[k_queue_len];
+size_t m_irq_head;
+size_t m_irq_count;
+// While records wait, the thread tries the engine lock again this often.
+constexpr int k_engine_retry_ms = 10;
 
 // Pause after a failed poll, so that a lasting failure cannot spin.
 constexpr useconds_t k_poll_error_pause_us = 100000;
@@ -83,8 +106,17 @@ void start_thread(void) {
     pthread_attr_t attr;
     pthread_attr_init(&attr);
     pthread_attr_setdetachstate(&attr, PTHREAD_CREATE_DETACHED);
+    pthread_attr_setstacksize(&attr, TAV_THREAD_STACK_BYTES);
     pthread_t thread;
+    // SIGINT and SIGTERM go to the main thread, whose waits they end.
+    sigset_t stop;
+    sigset_t old;
+    sigemptyset(&stop);
+    sigaddset(&stop, SIGINT);
+    sigaddset(&stop, SIGTERM);
+    pthread_sigmask(SIG_BLOCK, &stop, &old);
     const int err = pthread_create(&thread, &attr, tav_matrix_irq_thread, nullptr);
+    pthread_sigmask(SIG_SETMASK, &old, nullptr);
     pthread_attr_destroy(&attr);
     if (err != 0) {
         m_irq_thread_running.store(false);
@@ -174,6 +206,85 @@ constexpr SignalHandler k_handlers[] = {
     {TAV_MATRIX_SIG_PARAM, tav_matrix_irq_param_change},
 };
 
+// Caller holds the engine lock.
+void dispatch_record(const TAV_MATRIX_OBJ_SIGNAL_FLAG& record) {
+    if (m_irq_closed.load()) {
+        return;
+    }
+    if (g_tav_menu == menu_update) {
+        // Only the update's own signals count while its display is on.
+        if ((record.sig_bit_map & TAV_MATRIX_SIG_UPDATE) != 0) {
+            tav_matrix_irq_update_change(record);
+        }
+        return;
+    }
+    for (const SignalHandler& h : k_handlers) {
+        if ((record.sig_bit_map & h.bit) != 0) {
+            h.handle(record);
+            if (m_irq_closed.load()) {
+                return; // a reboot notice has shut the program down
+            }
+        }
+    }
+}
+
+bool fetch(TAV_MATRIX_OBJ_SIGNAL_FLAG* record) {
+    *record = TAV_MATRIX_OBJ_SIGNAL_FLAG{};
+    return !m_irq_closed.load() && pmatrixDllHandle != nullptr &&
+           tav_matrix_get_inner_signal_information(pmatrixDllHandle, record) == 0;
+}
+
+// Caller holds the engine lock.
+void dispatch_queued(void) {
+    while (m_irq_count > 0) {
+        const TAV_MATRIX_OBJ_SIGNAL_FLAG record = m_irq_queue[m_irq_head];
+        m_irq_head = (m_irq_head + 1) % k_queue_len;
+        --m_irq_count;
+        dispatch_record(record);
+    }
+}
+
+// One wake-up byte: the record is fetched now. With the engine free it is
+// handled at once (after any that wait); otherwise it joins the queue.
+void on_wake_up(void) {
+    std::recursive_mutex& engine = tav_menu_engine_mutex();
+    TAV_MATRIX_OBJ_SIGNAL_FLAG record;
+    if (engine.try_lock()) {
+        dispatch_queued();
+        if (fetch(&record)) {
+            dispatch_record(record);
+        }
+        engine.unlock();
+    } else if (fetch(&record)) {
+        m_irq_queue[(m_irq_head + m_irq_count) % k_queue_len] = record;
+        ++m_irq_count;
+    }
+}
+
+// Reads the pending wake-up bytes while the queue has room. False when the
+// pipe failed and the thread must end.
+bool drain_pipe(int fd) {
+    while (m_irq_count < k_queue_len && !m_irq_closed.load()) {
+        uint8_t wake;
+        const ssize_t n = read(fd, &wake, 1);
+        if (n == 1) {
+            on_wake_up();
+            continue;
+        }
+        if (n == 0 || errno == EAGAIN || errno == EWOULDBLOCK) {
+            return true;
+        }
+        if (errno == EINTR) {
+            continue;
+        }
+        const int err = errno;
+        tav_log(TAV_LOG_ERR, "func=[%s]read from %d error: (%d)%s", "tav_matrix_irq_thread", fd,
+                err, strerror(err));
+        return false;
+    }
+    return true;
+}
+
 } // namespace
 
 void tav_matrix_irq_open(void) {
@@ -182,14 +293,40 @@ void tav_matrix_irq_open(void) {
     if (!open_pipe()) {
         return;
     }
-    tav_matrix_register_inner_signal(pmatrixDllHandle, TAV_MATRIX_SIG_MASK,
-                                     tav_matrix_irq_callback);
+    // Forget the stop and end of an earlier listener.
+    for (int fd : {m_irq_stop_fd, m_irq_exit_fd}) {
+        uint64_t count;
+        if (read(fd, &count, sizeof count) < 0) {
+            // Nothing pending.
+        }
+    }
+    m_irq_closed.store(false);
+    if (pmatrixDllHandle != nullptr) {
+        tav_matrix_register_inner_signal(pmatrixDllHandle, TAV_MATRIX_SIG_MASK,
+                                         tav_matrix_irq_callback);
+    }
     start_thread();
 }
 
 void tav_matrix_irq_close(void) {
-    tav_matrix_unregister_inner_signal(pmatrixDllHandle, TAV_MATRIX_SIG_MASK);
-    usleep(1000);
+    std::lock_guard<std::recursive_mutex> lock(tav_menu_engine_mutex());
+    m_irq_closed.store(true);
+    // Before the library is open (or when it never opened) there is nothing
+    // to unregister, and the library must never see a null handle.
+    if (pmatrixDllHandle != nullptr) {
+        tav_matrix_unregister_inner_signal(pmatrixDllHandle, TAV_MATRIX_SIG_MASK);
+        usleep(1000);
+    }
+    const uint64_t one = 1;
+    if (write(m_irq_stop_fd, &one, sizeof one) < 0) {
+        // Already pending.
+    }
+    // The thread never waits for the engine lock held here, so it ends at
+    // its next look; unless this is the thread itself (a reboot notice).
+    if (m_irq_thread_running.load() && !t_irq_on_listener) {
+        pollfd p = {m_irq_exit_fd, POLLIN, 0};
+        poll(&p, 1, k_exit_wait_ms);
+    }
 }
 
 void tav_matrix_irq_callback(int pid_parameter) {
@@ -208,10 +345,14 @@ void tav_matrix_irq_callback(int pid_parameter) {
 
 void* tav_matrix_irq_thread(void* arg) {
     (void)arg;
+    t_irq_on_listener = true;
     const int fd = m_irq_wakeup_fd[0].load();
-    for (;;) {
-        pollfd p = {fd, POLLIN, 0};
-        if (poll(&p, 1, -1) < 0) {
+    bool pipe_ok = true;
+    while (pipe_ok && !m_irq_closed.load()) {
+        // A full queue leaves the bytes in the pipe until the engine is free.
+        const bool full = m_irq_count == k_queue_len;
+        pollfd p[2] = {{m_irq_stop_fd, POLLIN, 0}, {full ? -1 : fd, POLLIN, 0}};
+        if (poll(p, 2, m_irq_count > 0 ? k_engine_retry_ms : -1) < 0) {
             if (errno == EINTR) {
                 tav_log(TAV_LOG_WARNING, "func=[%s]poll break by signal\n",
                         "tav_matrix_irq_thread");
@@ -220,50 +361,26 @@ void* tav_matrix_irq_thread(void* arg) {
                 usleep(k_poll_error_pause_us);
             }
         }
-        for (;;) {
-            uint8_t wake;
-            const ssize_t n = read(fd, &wake, 1);
-            if (n == 1) {
-                tav_matrix_irq_process(0);
-                continue;
-            }
-            if (n == 0 || errno == EAGAIN || errno == EWOULDBLOCK) {
-                break;
-            }
-            if (errno == EINTR) {
-                continue;
-            }
-            const int err = errno;
-            tav_log(TAV_LOG_ERR, "func=[%s]read from %d error: (%d)%s", "tav_matrix_irq_thread", fd,
-                    err, strerror(err));
-            m_irq_thread_running.store(false);
-            return nullptr;
+        pipe_ok = drain_pipe(fd);
+        if (m_irq_count > 0 && tav_menu_engine_mutex().try_lock()) {
+            dispatch_queued();
+            tav_menu_engine_mutex().unlock();
         }
     }
+    m_irq_thread_running.store(false);
+    const uint64_t one = 1;
+    if (write(m_irq_exit_fd, &one, sizeof one) < 0) {
+        // Already pending.
+    }
+    return nullptr;
 }
 
 void tav_matrix_irq_process(int pid_parameter) {
     (void)pid_parameter;
     std::lock_guard<std::recursive_mutex> lock(tav_menu_engine_mutex());
-    m_irq_shut_down = false;
-    TAV_MATRIX_OBJ_SIGNAL_FLAG record = {};
-    if (tav_matrix_get_inner_signal_information(pmatrixDllHandle, &record) != 0) {
-        return;
-    }
-    if (g_tav_menu == menu_update) {
-        // Only the update's own signals count while its display is on.
-        if ((record.sig_bit_map & TAV_MATRIX_SIG_UPDATE) != 0) {
-            tav_matrix_irq_update_change(record);
-        }
-        return;
-    }
-    for (const SignalHandler& h : k_handlers) {
-        if ((record.sig_bit_map & h.bit) != 0) {
-            h.handle(record);
-            if (m_irq_shut_down) {
-                return;
-            }
-        }
+    TAV_MATRIX_OBJ_SIGNAL_FLAG record;
+    if (fetch(&record)) {
+        dispatch_record(record);
     }
 }
 
@@ -335,7 +452,6 @@ void tav_matrix_irq_reboot(TAV_MATRIX_OBJ_SIGNAL_FLAG record) {
             tav_menu_spc_display(displaybuf, notice.top, notice.bottom);
             tav_display_led_all_off();
             tav_display_led_blink_all_off();
-            m_irq_shut_down = true;
             tav_dev_destory();
             return;
         }

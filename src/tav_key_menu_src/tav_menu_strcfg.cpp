@@ -252,7 +252,7 @@ void tav_cfg_loadfile(char* cfg_file_path) {
     if (cfg_file_path == nullptr) {
         return;
     }
-    FILE* f = fopen(cfg_file_path, "r");
+    FILE* f = fopen(cfg_file_path, "re");
     if (f == nullptr) {
         return;
     }

@@ -458,11 +458,16 @@ void tav_update_to_lock(uint8_t update_or_press) {
         }
         g_tav_lock = file_locked;
     } else if (update_or_press == 1) {
-        g_tav_lock = !g_tav_lock;
-        tav_matrix_set_inner_signal_lock_fp_opt(pmatrixDllHandle);
-        if (pwrite(fd, g_tav_lock ? "1" : "0", 1, 0) != 1) {
-            // The panel follows the key even when the file cannot keep it.
+        // The file first, then the announcement: a peer that reads the file
+        // on the signal sees the new state. A file that cannot keep it
+        // changes nothing, as one that cannot be opened.
+        const bool locked = !g_tav_lock;
+        if (pwrite(fd, locked ? "1" : "0", 1, 0) != 1) {
+            close(fd);
+            return;
         }
+        g_tav_lock = locked;
+        tav_matrix_set_inner_signal_lock_fp_opt(pmatrixDllHandle);
     }
     close(fd);
 

@@ -54,7 +54,7 @@ dyn=$(readelf -d "$stage/usr/bin/tav_keyboard")
 echo "$dyn" | grep -Eq 'RUNPATH|RPATH' && fail "installed program keeps a run path: $(echo "$dyn" | grep PATH)"
 echo "$dyn" | grep -q 'NEEDED.*\[libtav_matrix.so\]' || fail "libtav_matrix.so not needed"
 if [ "$static" = ON ]; then
-    echo "$dyn" | grep -q 'NEEDED.*libstdc++' && fail "libstdc++ linked dynamically"
+    echo "$dyn" | grep -Eq 'NEEDED.*(libstdc\+\+|libgcc_s)' && fail "C++ runtime linked dynamically"
 fi
 
 if [ "$run_init" = ON ]; then

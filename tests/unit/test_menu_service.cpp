@@ -290,9 +290,7 @@ TEST(VersionText, PadsToTwoTwoFour) {
 }
 
 TEST_F(MenuTest, VersionsReadPublishedAndPaged) {
-    key_hard_ver.key_main_ver = 5;
-    key_hard_ver.key_minor_ver = 2;
-    key_hard_ver.key_build_ver = 10;
+    key_hard_ver.store({5, 2, 10});
     tav_version_clear();
     tav_version_handle();
     EXPECT_EQ(tool_calls("tav_version"),
@@ -315,8 +313,7 @@ TEST_F(MenuTest, VersionsReadPublishedAndPaged) {
     EXPECT_EQ(tav_version_get_sec(), 1);
     // Refreshing only reads; odd texts and firmware numbers.
     std::ofstream(root() + "/sim/quoral_version") << std::string(200, '9') << "\n";
-    key_hard_ver.key_main_ver = 123;
-    key_hard_ver.key_build_ver = 255;
+    key_hard_ver.store({123, 2, 255});
     tav_version_refreash();
     EXPECT_STREQ(g_tav_version.main_ver, "9999999999");
     EXPECT_STREQ(g_tav_version.hard_key_ver, "99.02.0255");
