@@ -1,9 +1,12 @@
 #!/usr/bin/env bash
 # Installs what is missing, builds what each step needs and runs every test,
 # printing each step's time:
-#   asan  unit, simulator and end-to-end tests under AddressSanitizer + UBSan
+#   asan  unit, simulator, end-to-end and install tests under AddressSanitizer
+#         + UBSan
 #   tsan  the tests that run threads together (ctest label "threads")
-#   ppc   the unit tests of the target build under qemu-ppc
+#   ppc   the target build: its unit tests and install rules, then the
+#         end-to-end scenarios with the ppc program under qemu-ppc against the
+#         (native) simulated core and panel emulator of the asan build
 #   fuzz  each libFuzzer target for TAV_FUZZ_SECONDS (default 10) seconds
 # TAV_STEPS="asan fuzz" runs some steps only. The plain host preset (the demo's
 # build) has no step of its own: the asan step runs the same tests.
@@ -34,6 +37,17 @@ tests() {
     ctest --preset "$preset" -L "$label"
 }
 
+# The end-to-end scenarios (not the decoder's and emulator's own checks) with
+# the ppc program, linked against the ppc build of the matrix library.
+ppc() {
+    tests ppc 'unit|install' tav_unit_tests tav_keyboard tav_keyboard_e2e tav_matrix || return 1
+    cmake --preset asan >/dev/null
+    cmake --build --preset asan --target tav_e2e_tests
+    TAV_E2E_KEYBOARD=$PWD/build/ppc/bin/e2e/tav_keyboard TAV_E2E_LIBDIR=$PWD/build/ppc/lib \
+        TAV_E2E_LAUNCHER="qemu-ppc -L /usr/powerpc-linux-gnu" \
+        ctest --preset asan -R '^E2e'
+}
+
 fuzz() {
     cmake --preset fuzz >/dev/null
     cmake --build --preset fuzz
@@ -55,9 +69,9 @@ for step in $STEPS; do
     echo "== step $step"
     start=$(date +%s)
     case $step in
-    asan) cmd=(tests asan 'unit|sim|e2e|threads' tav_unit_tests tav_sim_tests tav_e2e_tests) ;;
+    asan) cmd=(tests asan 'unit|sim|e2e|threads|install' tav_unit_tests tav_sim_tests tav_e2e_tests tav_keyboard) ;;
     tsan) cmd=(tests tsan threads tav_unit_tests tav_sim_tests tav_e2e_tests) ;;
-    ppc) cmd=(tests ppc unit tav_unit_tests) ;;
+    ppc) cmd=(ppc) ;;
     fuzz) cmd=(fuzz) ;;
     *) echo "unknown step $step"; failed=$((failed + 1)); continue ;;
     esac
