@@ -17,6 +17,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -135,14 +136,21 @@ class SimCore : public ::testing::Test {
         EXPECT_NE(h, nullptr);
         return h;
     }
+    // Waits until the core lists this process's signal stream with `mask`.
+    bool subscribed(uint32_t mask) {
+        char want[64];
+        std::snprintf(want, sizeof want, "client pid=%d mask=0x%04x", int(getpid()),
+                      unsigned(mask));
+        const auto until = steady_clock::now() + seconds(5);
+        while (steady_clock::now() < until && ctl("state").find(want) == std::string::npos)
+            std::this_thread::sleep_for(milliseconds(20));
+        return ctl("state").find(want) != std::string::npos;
+    }
     void* open_registered(uint32_t mask) {
         void* h = open_core();
         g_rec.handle = h;
         EXPECT_EQ(tav_matrix_register_inner_signal(h, mask, on_signal), 0);
-        // The signal stream is open once the core lists it.
-        const auto until = steady_clock::now() + seconds(3);
-        while (steady_clock::now() < until && ctl("state").find("client pid=") == std::string::npos)
-            std::this_thread::sleep_for(milliseconds(10));
+        EXPECT_TRUE(subscribed(mask));
         return h;
     }
 };
@@ -224,9 +232,37 @@ TEST_F(SimCore, CoreKilledMidCallGivesAnErrorNotAHang) {
     caller.join();
     EXPECT_LT(rc.load(), 0);
     EXPECT_LT(ms_since(t), 1500);
-    const auto t2 = steady_clock::now();
-    EXPECT_LT(tav_matrix_get_video_switch_state(h, 17), 0);
-    EXPECT_LT(ms_since(t2), 200);
+}
+
+TEST_F(SimCore, NewCoreIsReachedByCallsAndSignalsAndNoCallWaitsForADeadOne) {
+    setenv("TAV_MATRIX_TIMEOUT_MS", "500", 1);
+    start();
+    void* h = open_registered(TAV_MATRIX_SIG_MASK);
+    // The request connection still leads to the killed core when the new one
+    // is up: the first call and the signal stream reach the new one all the same.
+    stop();
+    start();
+    ASSERT_TRUE(subscribed(TAV_MATRIX_SIG_MASK)) << "the signal stream did not come back";
+    EXPECT_EQ(tav_matrix_get_device_type(h), 32);
+    ASSERT_EQ(ctl("raise 0x20 4242"), "");
+    auto recs = g_rec.wait(1);
+    ASSERT_EQ(recs.size(), 1u);
+    EXPECT_EQ(recs[0].src_parameter, 4242u);
+    stop();
+    uint8_t edid[256] = {};
+    TAV_MATRIX_OBJ_CARD card;
+    const std::function<int32_t()> calls[] = {
+        [&] { return tav_matrix_get_device_type(h); },
+        [&] { return tav_matrix_set_video_switch(h, 1, 17); },
+        [&] { return tav_matrix_get_port_edid(h, 1, em_matrix_edid_in, edid, 256); },
+        [&] { return tav_matrix_get_card_information(h, 1, &card); },
+        [&] { return tav_matrix_set_inner_signal_reboot_opt(h, em_irq_reboot_none); },
+    };
+    for (const auto& call : calls) {
+        const auto t = steady_clock::now();
+        EXPECT_LT(call(), 0);
+        EXPECT_LT(ms_since(t), 700);
+    }
 }
 
 TEST_F(SimCore, SilentCoreTimesOutAndIsReachedAgainLater) {
