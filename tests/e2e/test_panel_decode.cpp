@@ -28,6 +28,7 @@ struct DecodeCase {
     const char* args;
     int status;
     std::vector<std::string> want; // lines (or parts of lines) of the output
+    friend void PrintTo(const DecodeCase& c, std::ostream* os) { *os << c.name; }
 };
 
 class PanelDecode : public ::testing::TestWithParam<DecodeCase> {};
