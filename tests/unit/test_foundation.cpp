@@ -128,12 +128,9 @@ TEST(BaseTool, ShellRunnerStatusLogAndIgnoredChildren) {
     struct sigaction now {};
     sigaction(SIGCHLD, &old, &now);
     EXPECT_EQ(now.sa_handler, SIG_IGN);
-    // The first line of the output; a tool that does not end in time counts
-    // as one that printed nothing.
+    // A tool that does not end in time counts as one that printed nothing
+    // (the first line of a tool that ends is read by the network pages).
     char line[32] = "old";
-    EXPECT_EQ(tav_btool_run("echo 1.2.3; echo 4", line, sizeof line, 2000), 0);
-    EXPECT_STREQ(line, "1.2.3\n");
-    strcpy(line, "old");
     fresh_log();
     const auto start = Clock::now();
     EXPECT_EQ(tav_btool_run("echo early; exec sleep 30", line, sizeof line, 200), -1);

@@ -325,11 +325,8 @@ TEST_F(Update, StalledStartOrProgressGivesError) {
 TEST_F(Update, CompleteReturnsAfter32TicksAndLowPercentIsAnError) {
     for (bool locked : {false, true}) {
         g_tav_lock = locked;
-        start(60);
+        start(60); // the progress page: SlotRowsDifferBetweenPages
         EXPECT_TRUE(tick());
-        tav_menu_updating_display();
-        EXPECT_EQ(lcd(0), row(23, 12, "05"));
-        EXPECT_EQ(lcd(1), row(24, 30, " 60"));
         fakematrix::state().iap_pct = 100;
         EXPECT_TRUE(tick());
         EXPECT_EQ(tav_menu_updating_get_state(), 2);
