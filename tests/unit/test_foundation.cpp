@@ -305,44 +305,12 @@ TEST_F(ThreadsLifecycle, ShutdownTwiceClosesOnceAndSendsNothingAfterwards) {
     EXPECT_TRUE(cap().take_hex().empty());
 }
 
-TEST_F(ThreadsLifecycle, ReceiveThreadDeliversEventsAndEndsAfterShutdown) {
-    ASSERT_EQ(tav_create_thread(), 0);
-    // The thread discards what is pending when it starts: the frame is sent
-    // until the key arrives.
-    bool got = false;
-    for (int i = 0; i < 200 && !got; ++i) {
-        cap().send({0xEB, 0x5F, 0x21, 0x05, 0x07, 0x00, 0x00, 0x40, 0x00, 0x0F});
-        for (int j = 0; j < 10 && !got; ++j) {
-            got = (tav_gethardkey_event() & TAV_EVENT_KEY) != 0;
-            std::this_thread::sleep_for(5ms);
-        }
-    }
-    ASSERT_TRUE(got);
-    EXPECT_EQ(tav_getkey_val(), TAV_KEY_TAKE);
-    cap().send({0xEB, 0x5F, 0x21, 0x06, 0x00, 0x00, 0x04, 0x02, 0x10, 0x01, 0x0F});
-    for (int i = 0; i < 1000 && !(tav_gethardkey_event() & TAV_EVENT_HARDVER); ++i)
-        std::this_thread::sleep_for(5ms);
-    EXPECT_EQ(tav_get_hardkey_build_ver(), 0x11);
-    // No descriptor of the program is inherited by the device tools.
-    for (const auto& e : std::filesystem::directory_iterator("/proc/self/fd")) {
-        const int fd = std::stoi(e.path().filename());
-        if (g_inherited.count(fd) == 0 && fcntl(fd, F_GETFD) >= 0) {
-            EXPECT_NE(fcntl(fd, F_GETFD) & FD_CLOEXEC, 0) << "descriptor " << fd;
-        }
-    }
-    // The shutdown ends the thread at once, with nothing from the panel.
-    const pthread_t rx = g_uart_pthread_id;
-    const auto start = Clock::now();
-    tav_dev_destory();
-    EXPECT_TRUE(join_within(rx, 1000));
-    EXPECT_LT(Clock::now() - start, 1s);
-}
-
 // The device behind the port path goes away and is replaced (emulator
 // restarted, adapter plugged in again): the receive thread does not spin,
 // reopens it after pauses doubling from 10 ms up to 640 ms; the next pass
-// redraws the page, frames go out and keys come in on the new line.
-TEST_F(ThreadsLifecycle, ReceiveThreadReopensAPortThatCameBack) {
+// redraws the page, frames go out and events come in on the new line, and
+// the shutdown ends the thread at once.
+TEST_F(ThreadsLifecycle, ReceiveThreadReopensAPortThatCameBackAndEndsAtShutdown) {
     for (auto [previous, next] : {std::pair{0, 10}, {10, 20}, {320, 640}, {640, 640}}) {
         EXPECT_EQ(tav_port_reopen_pause_ms(previous), next) << previous;
     }
@@ -384,13 +352,27 @@ TEST_F(ThreadsLifecycle, ReceiveThreadReopensAPortThatCameBack) {
     ASSERT_EQ(poll(&p, 1, 2000), 1);
     ASSERT_EQ(read(second.master, frame, sizeof frame), 7);
     EXPECT_EQ(frame[0], 0xEB);
-    const uint8_t take[] = {0xEB, 0x5F, 0x21, 0x05, 0x07, 0x00, 0x00, 0x40, 0x00, 0x0F};
-    ASSERT_EQ(write(second.master, take, sizeof take), static_cast<ssize_t>(sizeof take));
-    EXPECT_TRUE(mtest::wait_until([] { return (tav_gethardkey_event() & TAV_EVENT_KEY) != 0; }));
+    // A key and a version answer in one write: both events.
+    const uint8_t in[] = {0xEB, 0x5F, 0x21, 0x05, 0x07, 0x00, 0x00, 0x40, 0x00, 0x0F, 0xEB,
+                          0x5F, 0x21, 0x06, 0x00, 0x00, 0x04, 0x02, 0x10, 0x01, 0x0F};
+    ASSERT_EQ(write(second.master, in, sizeof in), static_cast<ssize_t>(sizeof in));
+    const int both = TAV_EVENT_KEY | TAV_EVENT_HARDVER;
+    EXPECT_TRUE(mtest::wait_until([] { return (tav_gethardkey_event() & both) == both; }));
     EXPECT_EQ(tav_getkey_val(), TAV_KEY_TAKE);
+    EXPECT_EQ(tav_get_hardkey_build_ver(), 0x11);
+    // No descriptor of the program is inherited by the device tools.
+    for (const auto& e : std::filesystem::directory_iterator("/proc/self/fd")) {
+        const int fd = std::stoi(e.path().filename());
+        if (g_inherited.count(fd) == 0 && fcntl(fd, F_GETFD) >= 0) {
+            EXPECT_NE(fcntl(fd, F_GETFD) & FD_CLOEXEC, 0) << "descriptor " << fd;
+        }
+    }
+    // The shutdown ends the thread at once, with nothing from the panel.
     const pthread_t rx = g_uart_pthread_id;
+    const auto start = Clock::now();
     tav_dev_destory();
     EXPECT_TRUE(join_within(rx, 1000));
+    EXPECT_LT(Clock::now() - start, 1s);
 }
 
 // The handshake wait ends as soon as the receive thread reports the answer.
