@@ -4,15 +4,20 @@
 // the log mirror and the real device tools (recording below $TAV_ROOT/sim).
 #pragma once
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "fake_matrix.h"
@@ -53,6 +58,29 @@ inline std::string fresh_log() {
 }
 inline std::vector<std::string> log_lines() {
     return file_lines(root() + "/syslog.txt");
+}
+
+// Polls `done` every 5 ms until it holds, for at most `ms`; whether it held.
+template <class F> bool wait_until(F done, int ms = 3000) {
+    for (int i = 0; i < ms / 5 && !done(); ++i)
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    return done();
+}
+
+// Empties the listener's wake-up pipe, which outlives the listener, once its
+// thread has ended: stale bytes would fetch the next test's records. It is
+// the process's only non-blocking read end of a pipe.
+inline void drop_stale_wake_ups() {
+    for (int fd = 3; fd < 1024; ++fd) {
+        struct stat sb {};
+        const int fl = fcntl(fd, F_GETFL);
+        if (fl < 0 || fstat(fd, &sb) != 0 || !S_ISFIFO(sb.st_mode) ||
+            (fl & O_ACCMODE) != O_RDONLY || (fl & O_NONBLOCK) == 0)
+            continue;
+        char buf[4096];
+        while (read(fd, buf, sizeof buf) > 0) {
+        }
+    }
 }
 
 // A row of the text table; the same with `patch` written at `col`.
@@ -204,6 +232,17 @@ class MenuTest : public ::testing::Test {
     static std::string lcd(int line) { return panel().lcd[line]; }
     static std::vector<std::string> calls() { return fakematrix::state().calls; }
     static bool redraw_requested() { return g_tav_menu_event == EVENT_UPDATE; }
+    static void set_card(int slot, int32_t status) {
+        std::lock_guard<std::mutex> g(fakematrix::mutex());
+        TAV_MATRIX_OBJ_CARD c{};
+        c.slot_id = static_cast<uint32_t>(slot);
+        c.card_status = status;
+        fakematrix::state().cards[slot] = c;
+    }
+    static std::vector<std::string> trace() {
+        std::lock_guard<std::mutex> g(fakematrix::mutex());
+        return fakematrix::state().table_trace;
+    }
     // The calls a device tool recorded, one line each.
     static std::vector<std::string> tool_calls(const char* tool) {
         return file_lines(root() + "/sim/" + tool + ".log");

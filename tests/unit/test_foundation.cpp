@@ -15,6 +15,7 @@
 #include <csignal>
 #include <filesystem>
 #include <memory>
+#include <set>
 #include <thread>
 
 #include "menu_fixture.h"
@@ -23,6 +24,7 @@
 #include "tav_baseuart.h"
 #include "tav_keyboard.h"
 #include "tav_lcd.h"
+#include "tav_menu_control.h"
 #include "tav_led.h"
 #include "tav_pid_file.h"
 #include "tav_uart_com.h"
@@ -126,6 +128,17 @@ TEST(BaseTool, ShellRunnerStatusLogAndIgnoredChildren) {
     struct sigaction now {};
     sigaction(SIGCHLD, &old, &now);
     EXPECT_EQ(now.sa_handler, SIG_IGN);
+    // A tool that does not end in time counts as one that printed nothing
+    // (the first line of a tool that ends is read by the network pages).
+    char line[32] = "old";
+    fresh_log();
+    const auto start = Clock::now();
+    EXPECT_EQ(tav_btool_run("echo early; exec sleep 30", line, sizeof line, 200), -1);
+    EXPECT_LT(Clock::now() - start, 2s);
+    EXPECT_STREQ(line, "old");
+    ASSERT_EQ(log_lines().size(), 1u);
+    EXPECT_EQ(
+        log_lines()[0].rfind("12\tfunc=[tav_btool_run]echo early; exec sleep 30 timed out", 0), 0u);
     unsetenv("TAV_SYSLOG_FILE");
 }
 
@@ -245,6 +258,14 @@ TEST_F(PidFile, SecondInstanceIsRefusedAtOnce) {
 // Start-up and shutdown of the panel link: the port is closed once, nothing
 // is written afterwards, the last frames reach the panel, the receive thread
 // ends, and a stop signal interrupts the start-up wait.
+// Descriptors the test process was started with.
+const std::set<int> g_inherited = [] {
+    std::set<int> fds;
+    for (const auto& e : std::filesystem::directory_iterator("/proc/self/fd"))
+        fds.insert(std::stoi(e.path().filename()));
+    return fds;
+}();
+
 bool join_within(pthread_t t, int ms) {
     struct timespec ts;
     clock_gettime(CLOCK_REALTIME, &ts);
@@ -284,51 +305,87 @@ TEST_F(ThreadsLifecycle, ShutdownTwiceClosesOnceAndSendsNothingAfterwards) {
     EXPECT_TRUE(cap().take_hex().empty());
 }
 
-TEST_F(ThreadsLifecycle, ReceiveThreadDeliversEventsAndEndsAfterShutdown) {
-    ASSERT_EQ(tav_create_thread(), 0);
-    // The thread discards what is pending when it starts: the frame is sent
-    // until the key arrives.
-    bool got = false;
-    for (int i = 0; i < 200 && !got; ++i) {
-        cap().send({0xEB, 0x5F, 0x21, 0x05, 0x07, 0x00, 0x00, 0x40, 0x00, 0x0F});
-        for (int j = 0; j < 10 && !got; ++j) {
-            got = (tav_gethardkey_event() & TAV_EVENT_KEY) != 0;
-            std::this_thread::sleep_for(5ms);
-        }
+// The device behind the port path goes away and is replaced (emulator
+// restarted, adapter plugged in again): the receive thread does not spin,
+// reopens it after pauses doubling from 10 ms up to 640 ms; the next pass
+// redraws the page, frames go out and events come in on the new line, and
+// the shutdown ends the thread at once.
+TEST_F(ThreadsLifecycle, ReceiveThreadReopensAPortThatCameBackAndEndsAtShutdown) {
+    for (auto [previous, next] : {std::pair{0, 10}, {10, 20}, {320, 640}, {640, 640}}) {
+        EXPECT_EQ(tav_port_reopen_pause_ms(previous), next) << previous;
     }
-    ASSERT_TRUE(got);
-    EXPECT_EQ(tav_getkey_val(), TAV_KEY_TAKE);
-    cap().send({0xEB, 0x5F, 0x21, 0x06, 0x00, 0x00, 0x04, 0x02, 0x10, 0x01, 0x0F});
-    for (int i = 0; i < 1000 && !(tav_gethardkey_event() & TAV_EVENT_HARDVER); ++i)
-        std::this_thread::sleep_for(5ms);
-    EXPECT_EQ(tav_get_hardkey_build_ver(), 0x11);
-    const pthread_t rx = g_uart_pthread_id;
-    tav_dev_destory();
-    cap().send({0x00}); // the thread is still in its read; the next byte ends it
-    EXPECT_TRUE(join_within(rx, 5000));
-}
-
-TEST_F(ThreadsLifecycle, ReceiveThreadPausesWhenThePanelSideIsGone) {
-    auto gone = std::make_unique<Pty>();
-    const std::string other = root() + "/gone";
-    std::filesystem::create_directories(other + "/dev");
-    unlink((other + "/dev/ttyPSC3").c_str());
-    ASSERT_EQ(symlink(gone->slave.c_str(), (other + "/dev/ttyPSC3").c_str()), 0);
-    setenv("TAV_ROOT", other.c_str(), 1);
+    const std::string link = root() + "/moved/dev/ttyPSC3";
+    std::filesystem::create_directories(root() + "/moved/dev");
+    auto first = std::make_unique<Pty>();
+    unlink(link.c_str());
+    ASSERT_EQ(symlink(first->slave.c_str(), link.c_str()), 0);
+    setenv("TAV_ROOT", (root() + "/moved").c_str(), 1);
     tav_uartclose();
     ASSERT_EQ(tav_base_port_open(), 0);
     ASSERT_EQ(tav_create_thread(), 0);
-    const pthread_t rx = g_uart_pthread_id;
-    gone.reset(); // reads now fail at once
+    first.reset(); // the line is gone: reads fail at once, the thread pauses
     clockid_t cpu;
-    ASSERT_EQ(pthread_getcpuclockid(rx, &cpu), 0);
+    ASSERT_EQ(pthread_getcpuclockid(g_uart_pthread_id, &cpu), 0);
     struct timespec a, b;
     clock_gettime(cpu, &a);
     std::this_thread::sleep_for(300ms); // a spinning thread would use most of it
     clock_gettime(cpu, &b);
     EXPECT_LT((b.tv_sec - a.tv_sec) * 1e3 + (b.tv_nsec - a.tv_nsec) / 1e6, 60.0);
+    Pty second;
+    unlink(link.c_str());
+    ASSERT_EQ(symlink(second.slave.c_str(), link.c_str()), 0);
+    ASSERT_TRUE(mtest::wait_until([&] { // the port's descriptor leads to the new line
+        char target[64] = {};
+        const std::string fd = "/proc/self/fd/" + std::to_string(uartfid.load());
+        return readlink(fd.c_str(), target, sizeof target - 1) > 0 && second.slave == target;
+    }));
+    tav_menu_ctl_set_time_source([] { return 0u; }, [](uint32_t) {});
+    g_tav_menu = menu_aud_display;
+    g_tav_menu_event = EVENT_NOMAL;
+    tav_menu_control();
+    tav_menu_ctl_set_time_source(nullptr, nullptr);
+    EXPECT_EQ(g_tav_menu_event, EVENT_UPDATE);
+    EXPECT_EQ(g_tav_menu, menu_aud_display);
+    tav_sys_hardmint();
+    uint8_t frame[16] = {};
+    pollfd p = {second.master, POLLIN, 0};
+    ASSERT_EQ(poll(&p, 1, 2000), 1);
+    ASSERT_EQ(read(second.master, frame, sizeof frame), 7);
+    EXPECT_EQ(frame[0], 0xEB);
+    // A key and a version answer in one write: both events.
+    const uint8_t in[] = {0xEB, 0x5F, 0x21, 0x05, 0x07, 0x00, 0x00, 0x40, 0x00, 0x0F, 0xEB,
+                          0x5F, 0x21, 0x06, 0x00, 0x00, 0x04, 0x02, 0x10, 0x01, 0x0F};
+    ASSERT_EQ(write(second.master, in, sizeof in), static_cast<ssize_t>(sizeof in));
+    const int both = TAV_EVENT_KEY | TAV_EVENT_HARDVER;
+    EXPECT_TRUE(mtest::wait_until([] { return (tav_gethardkey_event() & both) == both; }));
+    EXPECT_EQ(tav_getkey_val(), TAV_KEY_TAKE);
+    EXPECT_EQ(tav_get_hardkey_build_ver(), 0x11);
+    // No descriptor of the program is inherited by the device tools.
+    for (const auto& e : std::filesystem::directory_iterator("/proc/self/fd")) {
+        const int fd = std::stoi(e.path().filename());
+        if (g_inherited.count(fd) == 0 && fcntl(fd, F_GETFD) >= 0) {
+            EXPECT_NE(fcntl(fd, F_GETFD) & FD_CLOEXEC, 0) << "descriptor " << fd;
+        }
+    }
+    // The shutdown ends the thread at once, with nothing from the panel.
+    const pthread_t rx = g_uart_pthread_id;
+    const auto start = Clock::now();
     tav_dev_destory();
-    EXPECT_TRUE(join_within(rx, 5000));
+    EXPECT_TRUE(join_within(rx, 1000));
+    EXPECT_LT(Clock::now() - start, 1s);
+}
+
+// The handshake wait ends as soon as the receive thread reports the answer.
+TEST_F(ThreadsLifecycle, AnswerEndsTheHandshakeWaitAtOnce) {
+    std::thread panel([] {
+        std::this_thread::sleep_for(50ms);
+        tav_sethardkey_event(TAV_EVENT_HARDVER);
+    });
+    const auto start = Clock::now();
+    tav_wait_hardkey_event(TAV_EVENT_HARDVER, 10000);
+    EXPECT_LT(Clock::now() - start, 5s);
+    EXPECT_NE(tav_gethardkey_event() & TAV_EVENT_HARDVER, 0);
+    panel.join();
 }
 
 TEST_F(ThreadsLifecycle, StopSignalInterruptsTheDependencyWait) {

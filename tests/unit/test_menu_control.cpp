@@ -1,6 +1,8 @@
 // The menu controller on a fake clock near the wrap of the millisecond
 // counter: the start-up sequence, the one-second tick and its time-outs, the
 // key dispatch and the update menu's polling.
+#include <gmock/gmock.h>
+
 #include <atomic>
 #include <thread>
 
@@ -55,10 +57,6 @@ class MenuControl : public ::testing::Test {
         tav_menu_ctl_set_time_source(nullptr, nullptr);
         unsetenv("TAV_SYSLOG_FILE");
     }
-    static bool logged(const std::string& line) {
-        const auto l = log_lines();
-        return std::find(l.begin(), l.end(), line) != l.end();
-    }
     // Passes until `done` or until the fake clock has advanced `limit_ms`.
     template <class F> static int run_until(F done, uint32_t limit_ms) {
         const uint32_t end = g_now + limit_ms;
@@ -72,10 +70,6 @@ class MenuControl : public ::testing::Test {
     static void press(TAV_KEY_ENUM k) {
         g_tav_keyval.store(k);
         tav_sethardkey_event(TAV_EVENT_KEY);
-    }
-    static void key(TAV_KEY_ENUM k) { // and the passes until the controller took it
-        press(k);
-        run_until([] { return (tav_gethardkey_event() & TAV_EVENT_KEY) == 0; }, 1000);
     }
     static void enter_normal(TAV_ENUM_MENUSTATUS menu, bool lcd) {
         g_tav_menu = menu;
@@ -143,7 +137,7 @@ TEST_F(MenuControl, TenFailedOpensOneSecondApartThenTheErrorRowsAndStop) {
     EXPECT_EQ(fakematrix::calls_starting("open").front(), "open(16777226)");
     EXPECT_EQ(tavtest::PanelCapture::get().state().lcd[0], row(16));
     EXPECT_EQ(tavtest::PanelCapture::get().state().lcd[1], row(12));
-    EXPECT_TRUE(logged("15\tfunc=[tav_menu_control]OPEN DLL ERR "));
+    EXPECT_THAT(log_lines(), ::testing::Contains("15\tfunc=[tav_menu_control]OPEN DLL ERR "));
 }
 
 TEST_F(MenuControl, OpenThenSelfCheckThenLoadMainThenHome) {

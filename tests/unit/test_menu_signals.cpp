@@ -1,8 +1,6 @@
 // Signals from the matrix core: which handlers a signal reaches and what
 // each does in the various menus, the wake-up thread, the update display and
 // the card notices.
-#include <chrono>
-#include <thread>
 #include <unistd.h>
 
 #include "menu_fixture.h"
@@ -23,6 +21,16 @@ constexpr int32_t NO_CARD = -100; // no record in the fake for slot 3
 
 class Signals : public MenuTest {
   protected:
+    // The listener open (an earlier test may have closed it), its thread idle.
+    void SetUp() override {
+        MenuTest::SetUp();
+        tav_matrix_irq_open();
+        fakematrix::state().calls.clear();
+    }
+    void TearDown() override {
+        tav_matrix_irq_close();
+        MenuTest::TearDown();
+    }
     // A signal record dispatched as the listener thread does for one wake-up.
     static void dispatch(uint32_t bits, uint32_t param) {
         {
@@ -32,17 +40,6 @@ class Signals : public MenuTest {
             fakematrix::state().signal.src_parameter = param;
         }
         tav_matrix_irq_process(0);
-    }
-    static void set_card(int slot, int32_t status) {
-        std::lock_guard<std::mutex> g(fakematrix::mutex());
-        TAV_MATRIX_OBJ_CARD c{};
-        c.slot_id = static_cast<uint32_t>(slot);
-        c.card_status = status;
-        fakematrix::state().cards[slot] = c;
-    }
-    static std::vector<std::string> trace() {
-        std::lock_guard<std::mutex> g(fakematrix::mutex());
-        return fakematrix::state().table_trace;
     }
 };
 
@@ -182,6 +179,7 @@ TEST_F(Signals, RebootNoticeThenShutdown) {
     for (auto [option, top] : {std::pair{1, 59}, std::pair{2, 61}, std::pair{3, 63}}) {
         SCOPED_TRACE(option);
         tavtest::reopen_port();
+        tav_matrix_irq_open(); // the last notice closed it
         fakematrix::state().calls.clear();
         fakematrix::state().table_trace.clear();
         set_uart_runflag();
@@ -206,7 +204,8 @@ TEST_F(Signals, RebootNoticeThenShutdown) {
     }
 }
 
-// The wake-up path: callback, pipe and the listener thread.
+// The wake-up path: callback, pipe and the listener thread (opened by the
+// fixture).
 class SignalThreads : public Signals {
   protected:
     static void set_bits(uint32_t bits) {
@@ -216,18 +215,16 @@ class SignalThreads : public Signals {
     // Waits until `n` records have been fetched, then until the last
     // dispatch has let go of the engine.
     static bool wait_fetches(int n) {
-        for (int i = 0; i < 1000 && fakematrix::signal_fetches() < n; ++i)
-            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        wait_until([n] { return fakematrix::signal_fetches() >= n; });
         std::lock_guard<std::recursive_mutex> lk(tav_menu_engine_mutex());
         return fakematrix::signal_fetches() == n;
     }
 };
 
 TEST_F(SignalThreads, OneDispatchPerWakeUpByte) {
-    tav_matrix_irq_open();
+    tav_matrix_irq_open(); // a second open starts no second listener
     EXPECT_EQ(fakematrix::calls_starting("register_inner_signal"),
               std::vector<std::string>{"register_inner_signal(16119)"});
-    tav_matrix_irq_open(); // a second open starts no second listener
     ASSERT_TRUE(fakematrix::raise_signal(VCON, 0));
     ASSERT_TRUE(wait_fetches(1));
     EXPECT_EQ(trace(), std::vector<std::string>{V});
@@ -238,12 +235,10 @@ TEST_F(SignalThreads, OneDispatchPerWakeUpByte) {
         g_tav_menu = menu_aud_display;
         for (int n : {2, 3, 4}) {
             ASSERT_TRUE(fakematrix::raise_signal(n == 4 ? ACON : VCON, 0));
-            ASSERT_TRUE(wait_fetches(n));
+            ASSERT_TRUE(wait_until([n] { return fakematrix::signal_fetches() == n; }));
         }
     }
-    for (int i = 0; i < 400 && trace().size() < 4; ++i) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
+    wait_until([] { return trace().size() == 4; });
     EXPECT_EQ(trace(), (std::vector<std::string>{V, V, V, A}));
     // The callback only writes its byte: a burst far larger than the pipe
     // holds does not block the library, and the listener goes on.
@@ -256,13 +251,10 @@ TEST_F(SignalThreads, OneDispatchPerWakeUpByte) {
         set_bits(ACON);
         tav_matrix_irq_callback(0);
     }
-    for (int i = 0; i < 2000 && trace().size() < 5; ++i) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
-    ASSERT_GE(trace().size(), 5u);
-    EXPECT_EQ(trace().back(), A);
+    EXPECT_TRUE(wait_until([] { return trace().size() >= 5 && trace().back() == A; }, 10000));
     EXPECT_LT(fakematrix::signal_fetches(), 100000); // the pipe dropped the excess
     tav_matrix_irq_close();
+    drop_stale_wake_ups();
     EXPECT_EQ(fakematrix::calls_starting("unregister_inner_signal"),
               std::vector<std::string>{"unregister_inner_signal(16119)"});
     EXPECT_FALSE(fakematrix::raise_signal(ACON, 0));
@@ -333,11 +325,8 @@ TEST_F(Update, StalledStartOrProgressGivesError) {
 TEST_F(Update, CompleteReturnsAfter32TicksAndLowPercentIsAnError) {
     for (bool locked : {false, true}) {
         g_tav_lock = locked;
-        start(60);
+        start(60); // the progress page: SlotRowsDifferBetweenPages
         EXPECT_TRUE(tick());
-        tav_menu_updating_display();
-        EXPECT_EQ(lcd(0), row(23, 12, "05"));
-        EXPECT_EQ(lcd(1), row(24, 30, " 60"));
         fakematrix::state().iap_pct = 100;
         EXPECT_TRUE(tick());
         EXPECT_EQ(tav_menu_updating_get_state(), 2);

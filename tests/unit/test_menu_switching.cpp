@@ -403,9 +403,16 @@ TEST_F(Lock, ChangeSignalFollowsTheFile) {
         EXPECT_EQ(g_tav_menu, !c.drawn ? menu_eth_ip : c.after ? menu_lock : menu_vid_display);
         EXPECT_EQ(tavtest::PanelCapture::get().frames().empty(), !c.drawn);
     }
+    // A toggle the file cannot keep (a fifo refuses the positioned write), or
+    // a file that cannot be opened, changes nothing and is not announced.
     ASSERT_EQ(unlink(path_.c_str()), 0);
-    ASSERT_EQ(mkdir(path_.c_str(), 0755), 0); // a file that cannot be opened changes nothing
+    ASSERT_EQ(mkfifo(path_.c_str(), 0644), 0);
     g_tav_lock = false;
+    tav_update_to_lock(1);
+    EXPECT_FALSE(g_tav_lock);
+    EXPECT_EQ(g_tav_menu, menu_eth_ip);
+    ASSERT_EQ(unlink(path_.c_str()), 0);
+    ASSERT_EQ(mkdir(path_.c_str(), 0755), 0);
     for (uint8_t how : {0, 1, 2}) {
         tav_update_to_lock(how);
         EXPECT_FALSE(g_tav_lock);

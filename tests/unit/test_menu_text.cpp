@@ -1,6 +1,8 @@
 // The text table and its configuration file, the composition of LCD lines,
 // the LED scenes and the port tables' rebuild from the library.
 #include <algorithm>
+#include <map>
+#include <set>
 #include <unistd.h>
 
 #include "menu_fixture.h"
@@ -15,52 +17,17 @@ std::string pad40(const std::string& s) {
     return s + std::string(40 - s.size(), ' ');
 }
 
-// The configuration key of each text row ("Manual_cfg_" KEY "="), "" for
-// the rows without one, and the blanks each built-in row starts with.
-// clang-format off
-const char* const kRowKey[TAV_MENU_ROWS] = {
-    "", "vendor_name", "matrix_name", "load_main", "please_wait", "", "", "", "",
-    "Version_display_first_line", "No_InPort_Warning", "No_OutPort_Warning", "No_In_Out_Warning",
-    "Card_X_insert", "Wait_for_card_init", "Card_X_PullOut", "", "Device_update_Start_line1",
-    "Device_update_Start_line2", "Device_update_complete_line1", "LinuxArm_updating_line1",
-    "Device_update_complete_line2", "Card_Slot_x_updating_line1",
-    "Matrix_Monitoring_Card_updating_line1", "update_percentage", "update_Err_line1",
-    "update_Err_line2", "No_aud_InPort_Warning", "No_aud_OutPort_Warning", "EDID_First_line",
-    "EDID_Secend_line", "EDID_Des_output_err_line1", "EDID_Des_output_err_line2",
-    "EDID_err_no_con_line1", "EDID_err_no_con_line2", "EDID_err_same_port_line1",
-    "EDID_err_same_port_line2", "EDID_err_copy_line1", "EDID_err_copy_line2",
-    "EDID_success_copy_line1", "EDID_success_copy_line2", "update_Err_Linux_arm_line2",
-    "update_Err_Matrix_Monitor_Card_line2", "Shortcut_line1", "Shortcut_line2",
-    "select_swall_line1", "select_swall_line2", "swall_vid_line2", "swall_aud_line2",
-    "swall_vclose_line1", "swall_aclose_line1", "swall_vid_switching_line1",
-    "swall_vid_switching_line2", "swall_aud_switching_line1", "swall_aud_switching_line2",
-    "swall_vid_Closing_line1", "swall_vid_Closing_line2", "swall_aud_Closing_line1",
-    "swall_aud_Closing_line2", "restart_line1", "restart_line2", "factory_line1", "factory_line2",
-    "restart_update_line1", "restart_update_line2", "reset_interface_line1",
-    "reset_interface_line2", "reset_con_line1", "reset_con_line2", "factory_con_line1",
-    "factory_con_line2", "factory_recon_line1", "factory_recon_line2",
-    "Inner_Net_Switcher_updating_line1", "", "", "", "",
+// The configuration keys and their kinds, as the reader knows them.
+enum CfgKind { TAV_CFG_FLAG, TAV_CFG_HEAD, TAV_CFG_ROW };
+struct CfgKey {
+    std::string key;
+    CfgKind kind;
 };
-const int kLead[TAV_MENU_ROWS] = {
-    0, 6, 11, 9, 11, 12, 12, 7, 10, 4, 1, 1, 8, 8, 5, 11, 8, 7, 4, 7, 9, 11, 4, 7, 5, 4, 8, 1, 1,
-    10, 17, 0, 8, 1, 8, 2, 8, 10, 11, 10, 11, 8, 0, 1, 1, 15, 2, 20, 20, 2, 2, 8, 13, 8, 13, 8, 13,
-    8, 13, 9, 13, 3, 13, 1, 13, 6, 5, 7, 9, 4, 9, 4, 7, 1, 3, 3, 6, 4,
+const CfgKey kKeys[] = {
+#define TAV_TEST_KEY(name, key, kind, index) {key, kind},
+    TAV_CFG_KEYS(TAV_TEST_KEY)
+#undef TAV_TEST_KEY
 };
-// clang-format on
-
-TEST(TextTable, BuiltInRowsStartAtTheirColumnAndHeadsAreSixCharacters) {
-    tav_menu_strcfg_defaults();
-    for (int r = 1; r < TAV_MENU_ROWS; ++r) {
-        const std::string text = row(r);
-        EXPECT_EQ(text.find_first_not_of(' '), static_cast<size_t>(kLead[r])) << "row " << r;
-    }
-    const char* heads[] = {"VOSW: ", "VISW: ", "AOSW: ", "AISW: ", "VOUT: ",
-                           "VIN : ", "AOUT: ", "AIN : ", "ILIST:", "ILIST:"};
-    for (int h = 0; h < TAV_MENU_HEADS; ++h) {
-        EXPECT_EQ(std::string(reinterpret_cast<const char*>(MENU_SPC_HEAD[h]), 7),
-                  std::string(heads[h], 7));
-    }
-}
 
 class CfgFile : public ::testing::Test {
   protected:
@@ -94,26 +61,47 @@ class CfgFile : public ::testing::Test {
     }();
 };
 
-TEST_F(CfgFile, EveryRowKeySetsItsOwnRowOnly) {
-    for (int r = 0; r < TAV_MENU_ROWS; ++r) {
-        if (kRowKey[r][0] != '\0') {
-            load(std::string("Manual_cfg_") + kRowKey[r] + "= {Row " + std::to_string(r) + "}\n");
-            EXPECT_EQ(row(r), pad40("Row " + std::to_string(r))) << kRowKey[r];
-            expect_other_rows_default(r);
+// Each text key sets one row of its own, together every row but the blank
+// ones; each head key one head of its own (six characters, a short value
+// padded, an unreadable one blank).
+TEST_F(CfgFile, EveryKeySetsItsOwnRowOrHead) {
+    std::map<std::string, int> row_of;
+    std::set<int> rows, heads;
+    for (const CfgKey& k : kKeys) {
+        if (k.kind == TAV_CFG_ROW) {
+            load(k.key + " {Key row}\n");
+            for (int r = 0; r < TAV_MENU_ROWS; ++r) {
+                if (row(r) != defaults_[r] && row_of.emplace(k.key, r).second) {
+                    EXPECT_EQ(row(r), pad40("Key row")) << k.key;
+                    EXPECT_TRUE(rows.insert(r).second) << k.key << " shares row " << r;
+                }
+            }
+            expect_other_rows_default(row_of[k.key]);
+        } else if (k.kind == TAV_CFG_HEAD) {
+            load(k.key + " {123456789}\n");
+            for (int h = 0; h < TAV_MENU_HEADS; ++h) {
+                if (std::string(reinterpret_cast<const char*>(MENU_SPC_HEAD[h]), 7) ==
+                    std::string("123456", 7)) {
+                    EXPECT_TRUE(heads.insert(h).second) << k.key;
+                }
+            }
         }
     }
-    const char* heads[] = {"switch_video_head_line1", "switch_video_head_line2",
-                           "switch_audio_head_line1", "switch_audio_head_line2",
-                           "video_io_head_line1",     "video_io_head_line2",
-                           "audio_io_head_line1",     "audio_io_head_line2",
-                           "video_swall_head_line1",  "audio_swall_head_line1"};
-    for (int h = 0; h < TAV_MENU_HEADS; ++h) {
-        load(std::string("Manual_cfg_") + heads[h] + "= {" + std::to_string(h) + "ABCDEFGHI}\n");
-        EXPECT_EQ(std::string(reinterpret_cast<const char*>(MENU_SPC_HEAD[h]), 7),
-                  std::to_string(h) + "ABCDE" + '\0')
-            << heads[h];
+    std::set<int> want; // rows 5-8 and 16 have no key
+    for (int r = 1; r <= 73; ++r)
+        if ((r < 5 || r > 8) && r != 16)
+            want.insert(r);
+    EXPECT_EQ(rows, want);
+    EXPECT_EQ(heads.size(), static_cast<size_t>(TAV_MENU_HEADS));
+    for (auto [key, r] : {std::pair{"LinuxArm_updating_line1=", 20},
+                          {"Device_update_complete_line2=", 21},
+                          {"Card_X_insert=", 13},
+                          {"Card_X_PullOut=", 15},
+                          {"swall_vid_line2=", 47},
+                          {"swall_aud_line2=", 48},
+                          {"swall_vclose_line1=", 49}}) {
+        EXPECT_EQ(row_of[std::string("Manual_cfg_") + key], r) << key;
     }
-    // A short value is padded, an unreadable one blanks the head.
     load("Manual_cfg_video_io_head_line2= {IN}\nManual_cfg_audio_swall_head_line1={X}\n");
     EXPECT_EQ(std::string(reinterpret_cast<const char*>(MENU_SPC_HEAD[5]), 6), "IN    ");
     EXPECT_EQ(std::string(reinterpret_cast<const char*>(MENU_SPC_HEAD[9]), 6), "      ");
