@@ -323,6 +323,7 @@ TEST_F(ThreadsLifecycle, ReceiveThreadReopensAPortThatCameBackAndEndsAtShutdown)
     tav_uartclose();
     ASSERT_EQ(tav_base_port_open(), 0);
     ASSERT_EQ(tav_create_thread(), 0);
+    Pty second; // made first, so that it cannot take the old line's number
     first.reset(); // the line is gone: reads fail at once, the thread pauses
     clockid_t cpu;
     ASSERT_EQ(pthread_getcpuclockid(g_uart_pthread_id, &cpu), 0);
@@ -331,7 +332,6 @@ TEST_F(ThreadsLifecycle, ReceiveThreadReopensAPortThatCameBackAndEndsAtShutdown)
     std::this_thread::sleep_for(300ms); // a spinning thread would use most of it
     clock_gettime(cpu, &b);
     EXPECT_LT((b.tv_sec - a.tv_sec) * 1e3 + (b.tv_nsec - a.tv_nsec) / 1e6, 60.0);
-    Pty second;
     unlink(link.c_str());
     ASSERT_EQ(symlink(second.slave.c_str(), link.c_str()), 0);
     ASSERT_TRUE(mtest::wait_until([&] { // the port's descriptor leads to the new line
