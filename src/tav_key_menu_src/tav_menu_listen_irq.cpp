@@ -300,6 +300,11 @@ void tav_matrix_irq_open(void) {
             // Nothing pending.
         }
     }
+    // Records an earlier listener fetched but never handled are stale now.
+    if (!m_irq_thread_running.load()) {
+        m_irq_head = 0;
+        m_irq_count = 0;
+    }
     m_irq_closed.store(false);
     if (pmatrixDllHandle != nullptr) {
         tav_matrix_register_inner_signal(pmatrixDllHandle, TAV_MATRIX_SIG_MASK,

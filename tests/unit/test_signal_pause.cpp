@@ -74,11 +74,12 @@ TEST_F(MenuTest, ThreadsNothingDispatchedAfterTearDown) {
         tav_menu_ctl_distory(); // returns once the listener has ended
     }
     EXPECT_TRUE(trace().empty());
-    // The queue outlives the listener (the program opens it once): a reopened
-    // one handles the record, which must not reach the next test.
+    // Nor by a listener opened later: the next signal is the first it handles.
     tav_matrix_irq_open();
-    wait_until([] { return !trace().empty(); });
+    ASSERT_TRUE(fakematrix::raise_signal(TAV_MATRIX_SIG_AUDIO_CONNECT, 0));
+    ASSERT_TRUE(wait_until([] { return !trace().empty(); }));
     tav_matrix_irq_close();
+    EXPECT_EQ(trace(), std::vector<std::string>{"audio_table"});
 }
 
 // The library never opened: neither the listener nor the tear-down calls it.
