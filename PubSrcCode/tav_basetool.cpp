@@ -8,6 +8,7 @@
 #include <ctime>
 #include <fcntl.h>
 #include <poll.h>
+#include <pthread.h>
 #include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -200,4 +201,23 @@ int tav_btool_run(const char* shcmd, char* buf, int len, uint32_t timeout_ms) {
     memcpy(buf, line, static_cast<size_t>(used));
     buf[used] = '\0';
     return 0;
+}
+
+int tav_btool_start_thread(pthread_t* id, void* (*body)(void*), bool detached) {
+    sigset_t stop;
+    sigset_t old;
+    sigemptyset(&stop);
+    sigaddset(&stop, SIGINT);
+    sigaddset(&stop, SIGTERM);
+    pthread_sigmask(SIG_BLOCK, &stop, &old);
+    pthread_attr_t attr;
+    pthread_attr_init(&attr);
+    pthread_attr_setstacksize(&attr, TAV_THREAD_STACK_BYTES);
+    if (detached) {
+        pthread_attr_setdetachstate(&attr, PTHREAD_CREATE_DETACHED);
+    }
+    const int err = pthread_create(id, &attr, body, nullptr);
+    pthread_attr_destroy(&attr);
+    pthread_sigmask(SIG_SETMASK, &old, nullptr);
+    return err;
 }

@@ -1,6 +1,8 @@
 // Millisecond time stamps and the shell command runner.
 #pragma once
 
+#include <pthread.h>
+
 #include <cstdint>
 #include <sys/time.h>
 
@@ -24,3 +26,9 @@ int tav_btool_system(const char* shcmd);
 // result is as for a tool that printed nothing. Returns 0 when a line was
 // read, -1 otherwise (buf then untouched).
 int tav_btool_run(const char* shcmd, char* buf, int len, uint32_t timeout_ms);
+
+// Starts one of the program's own worker threads: a small stack
+// (TAV_THREAD_STACK_BYTES), SIGINT and SIGTERM blocked so that they reach the
+// main thread and end what it waits on, detached or joinable. Returns the
+// result of pthread_create.
+int tav_btool_start_thread(pthread_t* id, void* (*body)(void*), bool detached);

@@ -12,6 +12,7 @@
 #include <unistd.h>
 
 #include "tav_baseportcontrol.h"
+#include "tav_basetool.h"
 #include "tav_common.h"
 #include "tav_key_var.h"
 #include "tav_menu_control.h"
@@ -74,20 +75,7 @@ int tav_base_port_open(void) {
 }
 
 uint8_t tav_create_thread(void) {
-    // The receive thread never takes SIGINT or SIGTERM, so that they reach
-    // the main thread and interrupt what it waits on.
-    sigset_t stop;
-    sigset_t old;
-    sigemptyset(&stop);
-    sigaddset(&stop, SIGINT);
-    sigaddset(&stop, SIGTERM);
-    pthread_sigmask(SIG_BLOCK, &stop, &old);
-    pthread_attr_t attr;
-    pthread_attr_init(&attr);
-    pthread_attr_setstacksize(&attr, TAV_THREAD_STACK_BYTES);
-    int r = pthread_create(&g_uart_pthread_id, &attr, tav_uart_pthread, nullptr);
-    pthread_attr_destroy(&attr);
-    pthread_sigmask(SIG_SETMASK, &old, nullptr);
+    const int r = tav_btool_start_thread(&g_uart_pthread_id, tav_uart_pthread, false);
     if (r != 0) {
         tav_log(TAV_LOG_DEBUG, "func=[%s]Creat thread Err.\r\n", __func__);
         return 1;

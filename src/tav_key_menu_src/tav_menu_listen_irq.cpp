@@ -19,6 +19,7 @@
 #include <sys/eventfd.h>
 #include <unistd.h>
 
+#include "tav_basetool.h"
 #include "tav_common.h"
 #include "tav_keyboard.h"
 #include "tav_led.h"
@@ -103,21 +104,8 @@ void start_thread(void) {
     if (!m_irq_thread_running.compare_exchange_strong(expected, true)) {
         return;
     }
-    pthread_attr_t attr;
-    pthread_attr_init(&attr);
-    pthread_attr_setdetachstate(&attr, PTHREAD_CREATE_DETACHED);
-    pthread_attr_setstacksize(&attr, TAV_THREAD_STACK_BYTES);
     pthread_t thread;
-    // SIGINT and SIGTERM go to the main thread, whose waits they end.
-    sigset_t stop;
-    sigset_t old;
-    sigemptyset(&stop);
-    sigaddset(&stop, SIGINT);
-    sigaddset(&stop, SIGTERM);
-    pthread_sigmask(SIG_BLOCK, &stop, &old);
-    const int err = pthread_create(&thread, &attr, tav_matrix_irq_thread, nullptr);
-    pthread_sigmask(SIG_SETMASK, &old, nullptr);
-    pthread_attr_destroy(&attr);
+    const int err = tav_btool_start_thread(&thread, tav_matrix_irq_thread, true);
     if (err != 0) {
         m_irq_thread_running.store(false);
         tav_log(TAV_LOG_ERR, "func=[%s]pthread_create: (%d)%s", "tav_matrix_irq_open", err,
