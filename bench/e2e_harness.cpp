@@ -262,6 +262,7 @@ bool Sandbox::start_core(const std::string& chassis, int startup_delay_ms, ms ti
     if (startup_delay_ms > 0) {
         argv.insert(argv.end(), {"--startup-delay-ms", std::to_string(startup_delay_ms)});
     }
+    ::unlink((root_ + "/var/run/tav_matrix.sock").c_str());
     core_ = spawn(argv, {"TAV_ROOT=" + root_}, root_ + "/core.out");
     if (core_ < 0) {
         return false;
@@ -281,9 +282,9 @@ bool Sandbox::start_core(const std::string& chassis, int startup_delay_ms, ms ti
     return false;
 }
 
-void Sandbox::stop_core() {
+void Sandbox::stop_core(int sig) {
     if (core_ > 0) {
-        kill(core_, SIGTERM);
+        kill(core_, sig);
         if (!wait_child(core_, 3s)) {
             kill_group(core_);
         }

@@ -9,6 +9,7 @@
 // LD_LIBRARY_PATH (e.g. a directory with another build's libtav_matrix.so).
 #pragma once
 
+#include <signal.h>
 #include <sys/types.h>
 
 #include <chrono>
@@ -56,9 +57,11 @@ class Sandbox {
     bool has_panel() const { return panel_ != nullptr; }
 
     // The simulated core; waits until it serves (its socket exists), at most
-    // `timeout`. False when it did not come up.
+    // `timeout`. False when it did not come up. A socket left by a core that
+    // was killed is removed first, so only the new instance's counts.
     bool start_core(const std::string& chassis = "", int startup_delay_ms = 0, ms timeout = 10s);
-    void stop_core();
+    // Ends the core with `sig` (SIGKILL: as a crash, leaving its socket).
+    void stop_core(int sig = SIGTERM);
 
     // The program under test, in its own process group, output in
     // <root>/program.out. Extra "NAME=VALUE" entries go into its environment;

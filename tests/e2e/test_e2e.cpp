@@ -146,6 +146,70 @@ TEST(E2e, LinkFaults) {
     close(in[0]);
 }
 
+// A key that leaves the home page for the next status page: the program answers keys.
+::testing::AssertionResult answers_right_key(Sandbox& sb) {
+    press_key(sb, KEY_RIGHT);
+    return wait_state(
+        sb, [](const auto& s) { return s.lcd[0].rfind("VOSW: ", 0) == 0 && s.lcd[0] != kHomeTop; },
+        "the next status page");
+}
+
+// The panel's port vanishes for longer than the longest reopen pause and comes
+// back: without a key the program reopens it and draws its page and LEDs
+// again; the link logs nothing; the port it holds at the end is closed once.
+TEST(E2e, PortGoesAwayAndComesBack) {
+    Sandbox sb;
+    ASSERT_TRUE(bring_up(sb));
+    const auto home = sb.panel().state();
+    const auto log_before = sb.syslog_lines();
+    ASSERT_TRUE(sb.panel().drop_port());
+    std::this_thread::sleep_for(2s); // the outage itself
+    ASSERT_TRUE(sb.panel().restore_port());
+    ASSERT_TRUE(wait_state(
+        sb,
+        [&](const auto& s) {
+            return shows(s, home.lcd[0], home.lcd[1]) && s.led_steady == home.led_steady;
+        },
+        "the home page drawn again", 5s));
+    EXPECT_TRUE(answers_right_key(sb));
+    EXPECT_EQ(sb.syslog_lines(), log_before);
+    ASSERT_TRUE(sb.signal_program(SIGTERM));
+    EXPECT_EQ(sb.wait_program_exit(10s), std::optional<int>(1));
+    ASSERT_TRUE(sb.panel().wait_peer_closed(5s));
+    EXPECT_EQ(sb.panel().peer_opens(), 2u);
+    EXPECT_EQ(sb.panel().peer_closes(), 1u);
+    expect_no_sanitizer_report(sb);
+}
+
+// The core crashes and a new instance starts: meanwhile keys are answered and
+// the pages keep the last routes known; the new core's signals arrive, and
+// the tables they reload show its routes (17 back to input 1).
+TEST(E2e, CoreGoesAwayAndComesBack) {
+    Sandbox sb;
+    ASSERT_TRUE(bring_up(sb));
+    const auto visw = [](int in17, int in18) {
+        return port_line("VISW: ", {in17, in18, 3, 4, 5, 6, 7, 8, 9, 10, 11});
+    };
+    ASSERT_TRUE(ctl_ok(sb, {"route", "video", "17", "5"}));
+    ASSERT_TRUE(wait_lines(sb, kHomeTop, visw(5, 2)));
+    sb.stop_core(SIGKILL);
+    EXPECT_TRUE(answers_right_key(sb));
+    press_key(sb, KEY_LEFT);
+    EXPECT_TRUE(wait_lines(sb, kHomeTop, visw(5, 2)));
+    ASSERT_TRUE(sb.start_core());
+    // A signal raised before the library has subscribed again reaches no one.
+    const std::string client = "client pid=" + std::to_string(sb.program_pid());
+    for (int i = 0; i < 100 && sb.ctl({"state"}).out.find(client) == std::string::npos; ++i) {
+        std::this_thread::sleep_for(50ms);
+    }
+    ASSERT_TRUE(ctl_ok(sb, {"route", "video", "18", "7"}));
+    EXPECT_TRUE(wait_lines(sb, kHomeTop, visw(1, 7)));
+    ASSERT_TRUE(sb.program_running());
+    ASSERT_TRUE(sb.signal_program(SIGTERM));
+    EXPECT_EQ(sb.wait_program_exit(10s), std::optional<int>(1));
+    expect_no_sanitizer_report(sb);
+}
+
 std::string edid_of(const Sandbox& sb, int port, const char* kind) {
     return sb.ctl({"edid", std::to_string(port), kind}).out;
 }
