@@ -9,7 +9,11 @@
 // - a signal connection, opened by the first registration and read by a
 //   thread of the library, which keeps the latest record and calls the
 //   registered callback once per signal whose bits meet the registered mask.
-//   When the core goes away the thread subscribes anew every 500 ms.
+//   When the core goes away the thread subscribes anew, after 100 ms at first
+//   and then twice as long each time, up to 2 s. Once it is subscribed to a
+//   new core instance it delivers one record with the connection and port
+//   bits (0x0660) and all other fields 0: the routes and ports may all differ
+//   on the new core, and a client that caches them reloads them.
 //
 // Wire format. The same on every CPU (a big-endian 32-bit client talks to a
 // little-endian 64-bit core): lines of ASCII words separated by one blank and
@@ -51,7 +55,11 @@ namespace {
 constexpr uint32_t kMagic = 0x54415648u; // "TAVH"
 constexpr int kOpenTimeoutMs = 1000;
 constexpr int kDefaultTimeoutMs = 2000;
-constexpr int kReconnectMs = 500;
+constexpr int kReconnectFirstMs = 100;
+constexpr int kReconnectMaxMs = 2000;
+// What may have changed while no core was there.
+constexpr uint32_t kNewCoreBits = TAV_MATRIX_SIG_VIDEO_CONNECT | TAV_MATRIX_SIG_AUDIO_CONNECT |
+                                  TAV_MATRIX_SIG_VIDEO_PORT | TAV_MATRIX_SIG_AUDIO_PORT;
 constexpr size_t kLineMax = 2048;
 
 struct Handle {
@@ -251,6 +259,8 @@ void* signal_thread(void* arg) {
     Handle* h = static_cast<Handle*>(arg);
     char buf[4096];
     size_t have = 0;
+    bool lost = false; // a core we were subscribed to went away
+    int pause_ms = kReconnectFirstMs;
     for (;;) {
         int fd = connect_to(h->path);
         if (fd >= 0) {
@@ -266,6 +276,15 @@ void* signal_thread(void* arg) {
             }
         }
         have = 0;
+        if (fd >= 0) {
+            pause_ms = kReconnectFirstMs;
+            if (lost) {
+                TAV_MATRIX_OBJ_SIGNAL_FLAG rec = {};
+                rec.sig_bit_map = kNewCoreBits;
+                deliver(h, rec);
+            }
+            lost = true;
+        }
         while (fd >= 0) {
             pollfd p = {fd, POLLIN, 0};
             if (poll(&p, 1, -1) < 0 && errno != EINTR)
@@ -294,7 +313,8 @@ void* signal_thread(void* arg) {
         }
         if (fd >= 0)
             close(fd);
-        sleep_ms(kReconnectMs); // the core went away: try again later
+        sleep_ms(pause_ms); // the core went away: try again later
+        pause_ms = pause_ms * 2 > kReconnectMaxMs ? kReconnectMaxMs : pause_ms * 2;
     }
     return nullptr;
 }
