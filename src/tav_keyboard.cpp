@@ -75,11 +75,14 @@ int tav_base_port_open(void) {
 }
 
 uint8_t tav_create_thread(void) {
+    tav_uart_started_clear();
     const int r = tav_btool_start_thread(&g_uart_pthread_id, tav_uart_pthread, false);
     if (r != 0) {
         tav_log(TAV_LOG_DEBUG, "func=[%s]Creat thread Err.\r\n", __func__);
         return 1;
     }
+    // Bounded: a thread that never gets going must not hold the start-up.
+    tav_uart_wait_started(1000);
     m_tav_rx_thread_live.store(1);
     return 0;
 }

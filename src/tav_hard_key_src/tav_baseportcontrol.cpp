@@ -3,6 +3,8 @@
 #include "tav_baseportcontrol.h"
 
 #include <cerrno>
+#include <chrono>
+#include <condition_variable>
 #include <csignal>
 #include <cstdio>
 #include <cstring>
@@ -18,6 +20,11 @@
 #include "tav_uart_com.h"
 
 namespace {
+
+// Set by the receive thread once it has emptied the port (see the header).
+std::mutex m_rx_start_mutex;
+std::condition_variable m_rx_start_cv;
+bool m_rx_started;
 
 // The descriptor that is really open (uartfid is reset to 0 by the link
 // reset and may not be trusted for writing); -1 while closed.
@@ -313,6 +320,11 @@ void* tav_uart_pthread(void* param) {
             tav_buart_empty_read(fd);
         }
     }
+    {
+        std::lock_guard<std::mutex> lk(m_rx_start_mutex);
+        m_rx_started = true;
+    }
+    m_rx_start_cv.notify_all();
     char rx[256];
     int fails = 0;
     while (fd >= 0 && rx_running()) {
@@ -349,4 +361,15 @@ void* tav_uart_pthread(void* param) {
         }
     }
     return nullptr;
+}
+
+void tav_uart_started_clear(void) {
+    std::lock_guard<std::mutex> lk(m_rx_start_mutex);
+    m_rx_started = false;
+}
+
+bool tav_uart_wait_started(uint32_t timeout_ms) {
+    std::unique_lock<std::mutex> lk(m_rx_start_mutex);
+    return m_rx_start_cv.wait_for(lk, std::chrono::milliseconds(timeout_ms),
+                                  [] { return m_rx_started; });
 }

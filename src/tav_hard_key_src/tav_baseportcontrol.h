@@ -42,6 +42,11 @@ uint8_t tav_get_hardkey_minor_ver(void);
 uint8_t tav_get_hardkey_build_ver(void);
 
 void* tav_uart_pthread(void* param);
+// The receive thread's start: it has switched the port to blocking reads and
+// discarded the input pending before it. The program waits for this before
+// its first handshake, so that the panel's answer is never discarded with it.
+void tav_uart_started_clear(void);
+bool tav_uart_wait_started(uint32_t timeout_ms);
 
 // Serialises frames on the line.
 std::mutex& tav_port_tx_mutex(void);
