@@ -7,14 +7,14 @@
 #   ppc   the target build: its unit tests and install rules, then the
 #         end-to-end scenarios with the ppc program under qemu-ppc against the
 #         (native) simulated core and panel emulator of the asan build
-#   fuzz  each libFuzzer target for TAV_FUZZ_SECONDS (default 10) seconds
+#   fuzz  each libFuzzer target for TAV_FUZZ_SECONDS (default 8) seconds
 # TAV_STEPS="asan fuzz" runs some steps only. The plain host preset (the demo's
 # build) has no step of its own: the asan step runs the same tests.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
 STEPS=${TAV_STEPS:-"asan tsan ppc fuzz"}
-FUZZ_SECONDS=${TAV_FUZZ_SECONDS:-10}
+FUZZ_SECONDS=${TAV_FUZZ_SECONDS:-8}
 
 need=()
 for pkg in cmake ninja-build g++ googletest libgtest-dev libgmock-dev clang \

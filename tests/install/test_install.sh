@@ -71,7 +71,10 @@ if [ "$run_init" = ON ]; then
     out=$("$init" status)
     [ $? -eq 3 ] || fail "status before start: $out"
     check "start" "$init" start
-    wait_for test -s "$root/var/run/tav_keyboard.pid" || fail "no PID file"
+    # The PID file comes once the program is past its start-up, or never if
+    # the program has ended: say why then, from its log.
+    wait_for sh -c "test -s '$root/var/run/tav_keyboard.pid' || ! '$init' status"
+    [ -s "$root/var/run/tav_keyboard.pid" ] || fail "no PID file; log: $(cat "$root/syslog.txt")"
     pid=$(od -An -tu4 -N4 "$root/var/run/tav_keyboard.pid" | tr -d ' ')
     out=$("$init" status) || fail "status while running: $out"
     [ "$out" = "tav_keyboard is running (pid $pid)" ] || fail "status: '$out', PID file: $pid"
