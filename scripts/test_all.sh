@@ -69,7 +69,8 @@ for step in $STEPS; do
     echo "== step $step"
     start=$(date +%s)
     case $step in
-    asan) cmd=(tests asan 'unit|sim|e2e|threads|install' tav_unit_tests tav_sim_tests tav_e2e_tests tav_keyboard) ;;
+    asan) cmd=(tests asan 'unit|sim|e2e|threads|install' tav_unit_tests tav_sim_tests tav_e2e_tests
+                    tav_keyboard tav_panel_emu) ;;
     tsan) cmd=(tests tsan threads tav_unit_tests tav_sim_tests tav_e2e_tests) ;;
     ppc) cmd=(ppc) ;;
     fuzz) cmd=(fuzz) ;;
