@@ -29,12 +29,14 @@ if [ ${#need[@]} -gt 0 ]; then
 fi
 
 # Configure a preset, build the given targets, run the tests of a label.
+# $jobs tests at once: the end-to-end tests spend most of their time in the
+# program's own start-up pauses, so more of them than cores keep the CPU busy.
 tests() {
     local preset=$1 label=$2
     shift 2
     cmake --preset "$preset" >/dev/null
     cmake --build --preset "$preset" --target "$@"
-    ctest --preset "$preset" -L "$label"
+    ctest --preset "$preset" -L "$label" -j "$jobs"
 }
 
 # The end-to-end scenarios (not the decoder's and emulator's own checks) with
@@ -45,7 +47,7 @@ ppc() {
     cmake --build --preset asan --target tav_e2e_tests
     TAV_E2E_KEYBOARD=$PWD/build/ppc/bin/e2e/tav_keyboard TAV_E2E_LIBDIR=$PWD/build/ppc/lib \
         TAV_E2E_LAUNCHER="qemu-ppc -L /usr/powerpc-linux-gnu" \
-        ctest --preset asan -R '^E2e'
+        ctest --preset asan -R '^E2e' -j 3
 }
 
 fuzz() {
@@ -68,8 +70,9 @@ passed=0 failed=0 total_start=$(date +%s)
 for step in $STEPS; do
     echo "== step $step"
     start=$(date +%s)
+    jobs=2
     case $step in
-    asan) cmd=(tests asan 'unit|sim|e2e|threads|install' tav_unit_tests tav_sim_tests tav_e2e_tests
+    asan) jobs=4 cmd=(tests asan 'unit|sim|e2e|threads|install' tav_unit_tests tav_sim_tests tav_e2e_tests
                     tav_keyboard tav_panel_emu) ;;
     tsan) cmd=(tests tsan threads tav_unit_tests tav_sim_tests tav_e2e_tests) ;;
     ppc) cmd=(ppc) ;;
