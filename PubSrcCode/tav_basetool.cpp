@@ -10,6 +10,7 @@
 #include <poll.h>
 #include <pthread.h>
 #include <spawn.h>
+#include <sys/eventfd.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -220,4 +221,23 @@ int tav_btool_start_thread(pthread_t* id, void* (*body)(void*), bool detached) {
     pthread_attr_destroy(&attr);
     pthread_sigmask(SIG_SETMASK, &old, nullptr);
     return err;
+}
+
+int tav_btool_event_new(void) {
+    return eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+}
+
+void tav_btool_event_post(int fd) {
+    const uint64_t one = 1;
+    [[maybe_unused]] const ssize_t n = write(fd, &one, sizeof one);
+}
+
+bool tav_btool_event_take(int fd) {
+    uint64_t count = 0;
+    return read(fd, &count, sizeof count) == static_cast<ssize_t>(sizeof count);
+}
+
+bool tav_btool_event_wait(int fd, int timeout_ms) {
+    pollfd p = {fd, POLLIN, 0};
+    return poll(&p, 1, timeout_ms) > 0 && tav_btool_event_take(fd);
 }

@@ -32,3 +32,15 @@ int tav_btool_run(const char* shcmd, char* buf, int len, uint32_t timeout_ms);
 // main thread and end what it waits on, detached or joinable. Returns the
 // result of pthread_create.
 int tav_btool_start_thread(pthread_t* id, void* (*body)(void*), bool detached);
+
+// Wake-up counters between the program's threads (eventfd, close-on-exec,
+// non-blocking; -1 if none could be made, and then every call below does
+// nothing and a wait just times out). A post is never lost: a counter that
+// cannot take it already has one pending.
+int tav_btool_event_new(void);
+void tav_btool_event_post(int fd);
+// Takes what was posted; true if anything was.
+bool tav_btool_event_take(int fd);
+// Waits up to timeout_ms (-1: no limit) for a post and takes it; true if one
+// came.
+bool tav_btool_event_wait(int fd, int timeout_ms);

@@ -3,8 +3,6 @@
 #include "tav_baseportcontrol.h"
 
 #include <cerrno>
-#include <chrono>
-#include <condition_variable>
 #include <csignal>
 #include <cstdio>
 #include <cstring>
@@ -12,19 +10,17 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <pthread.h>
-#include <sys/eventfd.h>
 #include <termios.h>
 #include <unistd.h>
 
+#include "tav_basetool.h"
 #include "tav_baseuart.h"
 #include "tav_uart_com.h"
 
 namespace {
 
-// Set by the receive thread once it has emptied the port (see the header).
-std::mutex m_rx_start_mutex;
-std::condition_variable m_rx_start_cv;
-bool m_rx_started;
+// Posted by the receive thread once it has emptied the port (see the header).
+const int m_rx_started_fd = tav_btool_event_new();
 
 // The descriptor that is really open (uartfid is reset to 0 by the link
 // reset and may not be trusted for writing); -1 while closed.
@@ -56,11 +52,11 @@ char m_tav_port_param[32];
 std::atomic<bool> m_tav_port_reopened{false};
 
 // Raised events, for a wait on them (tav_wait_hardkey_event). Made once.
-const int m_tav_event_fd = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+const int m_tav_event_fd = tav_btool_event_new();
 
 // Wakes the receive thread out of its wait on the port: written when its run
 // flag is cleared or the port closed. Made once for the life of the process.
-const int m_tav_rx_wake_fd = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+const int m_tav_rx_wake_fd = tav_btool_event_new();
 
 uint64_t port_now_ms() {
     struct timespec ts;
@@ -155,18 +151,12 @@ void clear_uart_runflag(void) {
 }
 
 void tav_uart_wake(void) {
-    const uint64_t one = 1;
-    if (write(m_tav_rx_wake_fd, &one, sizeof one) < 0) {
-        // Already pending: the thread wakes anyway.
-    }
+    tav_btool_event_post(m_tav_rx_wake_fd);
 }
 
 void tav_sethardkey_event(int event) {
     g_tav_event.fetch_or(event, std::memory_order_release);
-    const uint64_t one = 1;
-    if (write(m_tav_event_fd, &one, sizeof one) < 0) {
-        // Already pending.
-    }
+    tav_btool_event_post(m_tav_event_fd);
 }
 
 void tav_wait_hardkey_event(int32_t event, uint32_t timeout_ms) {
@@ -176,12 +166,7 @@ void tav_wait_hardkey_event(int32_t event, uint32_t timeout_ms) {
         if (now >= deadline) {
             return;
         }
-        pollfd p = {m_tav_event_fd, POLLIN, 0};
-        if (poll(&p, 1, static_cast<int>(deadline - now)) > 0) {
-            uint64_t count;
-            if (read(m_tav_event_fd, &count, sizeof count) < 0) {
-            }
-        }
+        tav_btool_event_wait(m_tav_event_fd, static_cast<int>(deadline - now));
     }
 }
 
@@ -230,18 +215,6 @@ uint8_t tav_get_hardkey_build_ver(void) {
 
 namespace {
 
-// Waits up to `ms` for the wake-up descriptor; true when it was written.
-bool rx_wait_wake(int ms) {
-    pollfd p = {m_tav_rx_wake_fd, POLLIN, 0};
-    if (poll(&p, 1, ms) <= 0) {
-        return false;
-    }
-    uint64_t count;
-    if (read(m_tav_rx_wake_fd, &count, sizeof count) < 0) {
-    }
-    return true;
-}
-
 bool rx_running(void) {
     return g_tav_uart_runflag.load() != 0 && m_tav_port_open.load();
 }
@@ -287,7 +260,7 @@ bool rx_recover(int* fd) {
     }
     *fd = -1;
     for (int pause = tav_port_reopen_pause_ms(0);; pause = tav_port_reopen_pause_ms(pause)) {
-        rx_wait_wake(pause);
+        tav_btool_event_wait(m_tav_rx_wake_fd, pause);
         if (!rx_running()) {
             return false;
         }
@@ -320,11 +293,7 @@ void* tav_uart_pthread(void* param) {
             tav_buart_empty_read(fd);
         }
     }
-    {
-        std::lock_guard<std::mutex> lk(m_rx_start_mutex);
-        m_rx_started = true;
-    }
-    m_rx_start_cv.notify_all();
+    tav_btool_event_post(m_rx_started_fd);
     char rx[256];
     int fails = 0;
     while (fd >= 0 && rx_running()) {
@@ -337,9 +306,7 @@ void* tav_uart_pthread(void* param) {
         pollfd p[2] = {{m_tav_rx_wake_fd, POLLIN, 0}, {fd, POLLIN, 0}};
         const int r = poll(p, 2, -1);
         if ((p[0].revents & POLLIN) != 0) {
-            uint64_t count;
-            if (read(m_tav_rx_wake_fd, &count, sizeof count) < 0) {
-            }
+            tav_btool_event_take(m_tav_rx_wake_fd);
             continue;
         }
         if (r <= 0) {
@@ -364,12 +331,9 @@ void* tav_uart_pthread(void* param) {
 }
 
 void tav_uart_started_clear(void) {
-    std::lock_guard<std::mutex> lk(m_rx_start_mutex);
-    m_rx_started = false;
+    tav_btool_event_take(m_rx_started_fd);
 }
 
 bool tav_uart_wait_started(uint32_t timeout_ms) {
-    std::unique_lock<std::mutex> lk(m_rx_start_mutex);
-    return m_rx_start_cv.wait_for(lk, std::chrono::milliseconds(timeout_ms),
-                                  [] { return m_rx_started; });
+    return tav_btool_event_wait(m_rx_started_fd, static_cast<int>(timeout_ms));
 }

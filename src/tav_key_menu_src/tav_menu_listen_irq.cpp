@@ -16,7 +16,6 @@
 #include <mutex>
 #include <poll.h>
 #include <pthread.h>
-#include <sys/eventfd.h>
 #include <unistd.h>
 
 #include "tav_basetool.h"
@@ -46,7 +45,7 @@ thread_local bool t_irq_on_listener = false;
 // Written by the thread as it ends, for a close that waits for it (a
 // descriptor, unlike a condition variable, has no destructor that could run
 // at exit while the thread is still leaving).
-const int m_irq_exit_fd = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+const int m_irq_exit_fd = tav_btool_event_new();
 constexpr int k_exit_wait_ms = 500;
 
 // Set (under the engine lock) by tav_matrix_irq_close: from then on nothing
@@ -54,7 +53,7 @@ constexpr int k_exit_wait_ms = 500;
 // signal whose reboot notice has shut the program down.
 std::atomic<bool> m_irq_closed{false};
 // Wakes the thread to see m_irq_closed. Made once for the life of the process.
-const int m_irq_stop_fd = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+const int m_irq_stop_fd = tav_btool_event_new();
 
 // Records fetched while the engine was busy, oldest first. Only the listener
 // thread touches the queue. When it is full the thread stops reading the pipe
@@ -282,12 +281,8 @@ void tav_matrix_irq_open(void) {
         return;
     }
     // Forget the stop and end of an earlier listener.
-    for (int fd : {m_irq_stop_fd, m_irq_exit_fd}) {
-        uint64_t count;
-        if (read(fd, &count, sizeof count) < 0) {
-            // Nothing pending.
-        }
-    }
+    tav_btool_event_take(m_irq_stop_fd);
+    tav_btool_event_take(m_irq_exit_fd);
     // Records an earlier listener fetched but never handled are stale now.
     if (!m_irq_thread_running.load()) {
         m_irq_head = 0;
@@ -310,15 +305,11 @@ void tav_matrix_irq_close(void) {
         tav_matrix_unregister_inner_signal(pmatrixDllHandle, TAV_MATRIX_SIG_MASK);
         usleep(1000);
     }
-    const uint64_t one = 1;
-    if (write(m_irq_stop_fd, &one, sizeof one) < 0) {
-        // Already pending.
-    }
+    tav_btool_event_post(m_irq_stop_fd);
     // The thread never waits for the engine lock held here, so it ends at
     // its next look; unless this is the thread itself (a reboot notice).
     if (m_irq_thread_running.load() && !t_irq_on_listener) {
-        pollfd p = {m_irq_exit_fd, POLLIN, 0};
-        poll(&p, 1, k_exit_wait_ms);
+        tav_btool_event_wait(m_irq_exit_fd, k_exit_wait_ms);
     }
 }
 
@@ -361,10 +352,7 @@ void* tav_matrix_irq_thread(void* arg) {
         }
     }
     m_irq_thread_running.store(false);
-    const uint64_t one = 1;
-    if (write(m_irq_exit_fd, &one, sizeof one) < 0) {
-        // Already pending.
-    }
+    tav_btool_event_post(m_irq_exit_fd);
     return nullptr;
 }
 
