@@ -100,6 +100,13 @@ uint32_t tav_menu_now(void);
 // A pause inside a handler: keeps the engine lock.
 void tav_menu_sleep_ms(uint32_t ms);
 
+// Wakes the main loop's wait (async-signal-safe): a redraw request, a queued
+// signal record or a stop.
+void tav_menu_wake(void);
+// How long a normal pass with nothing to do waits: the time to the next
+// one-second tick, which also carries every menu time-out.
+uint32_t tav_menu_ctl_wait_ms(void);
+
 // Whole seconds since the last key as the one-second tick counts them (0..10).
 uint8_t tav_menu_ctl_get_count_10s(void);
 
