@@ -72,6 +72,13 @@ void real_sleep(uint32_t ms) {
 
 std::atomic<tav_menu_clock_fn> g_clock{real_clock};
 std::atomic<tav_menu_sleep_fn> g_sleep{real_sleep};
+std::atomic<tav_menu_handler_fn> g_wait_hook{nullptr};
+
+void run_wait_hook(void) {
+    if (const tav_menu_handler_fn hook = g_wait_hook.load()) {
+        hook();
+    }
+}
 
 // Work and display handler of one menu state; null = nothing to do.
 struct MenuHandlers {
@@ -183,6 +190,7 @@ void wait_events(uint32_t ms, bool keys) {
 void pass_sleep(std::unique_lock<std::recursive_mutex>& lock, uint32_t ms) {
     const tav_menu_sleep_fn sleep = g_sleep.load();
     lock.unlock();
+    run_wait_hook();
     if (sleep != real_sleep) {
         sleep(ms);
     } else {
@@ -200,6 +208,7 @@ void pass_sleep(std::unique_lock<std::recursive_mutex>& lock, uint32_t ms) {
 void pass_wait(std::unique_lock<std::recursive_mutex>& lock, uint32_t ms, bool keys) {
     const tav_menu_sleep_fn sleep = g_sleep.load();
     lock.unlock();
+    run_wait_hook();
     if (sleep != real_sleep) {
         sleep(ms);
     } else if (!stopping()) {
@@ -373,6 +382,10 @@ std::recursive_mutex& tav_menu_engine_mutex(void) {
 void tav_menu_ctl_set_time_source(tav_menu_clock_fn now, tav_menu_sleep_fn sleep) {
     g_clock.store(now != nullptr ? now : real_clock);
     g_sleep.store(sleep != nullptr ? sleep : real_sleep);
+}
+
+void tav_menu_ctl_set_wait_hook(tav_menu_handler_fn hook) {
+    g_wait_hook.store(hook);
 }
 
 uint32_t tav_menu_now(void) {
