@@ -282,7 +282,7 @@ TEST_F(MenuControl, ThreadsListenerSharesTheEngine) {
     enter_normal(menu_spc, true);
     std::thread listener([] {
         for (int i = 0; i < 2000; ++i) {
-            std::lock_guard<std::recursive_mutex> g(tav_menu_engine_mutex());
+            std::lock_guard<std::mutex> g(tav_menu_engine_mutex());
             tav_menu_clear_timer_counter();
             tav_menu_update(i % 2 ? menu_spc : menu_hot_plug);
         }
@@ -295,7 +295,7 @@ TEST_F(MenuControl, ThreadsListenerSharesTheEngine) {
     });
     for (int i = 0; i < 3000; ++i) {
         tav_menu_control();
-        std::lock_guard<std::recursive_mutex> g(tav_menu_engine_mutex());
+        std::lock_guard<std::mutex> g(tav_menu_engine_mutex());
         if (g_tav_menu != menu_spc && g_tav_menu != menu_hot_plug) {
             g_tav_menu = menu_spc; // the video handler may have run: stay out of it
         }

@@ -433,7 +433,7 @@ TEST_F(Lock, ThreadsChangeSignalIsSerialisedWithTheMenus) {
     });
     while (!done) {
         {
-            std::lock_guard<std::recursive_mutex> pass(tav_menu_engine_mutex());
+            std::lock_guard<std::mutex> pass(tav_menu_engine_mutex());
             tav_video_display();
         }
         tavtest::PanelCapture::get().drain(); // the listener's frames never block
