@@ -13,6 +13,7 @@
 //                   pushes "sig SRC THREAD PARAM BITS"
 //   control client: "ctl COMMAND ARGS..." -> "| text" lines, then "ok" or "err TEXT"
 #include <fcntl.h>
+#include <getopt.h>
 #include <poll.h>
 #include <signal.h>
 #include <sys/socket.h>
@@ -644,25 +645,35 @@ int usage(int rc) {
 int main(int argc, char** argv) {
     std::string root, chassis_file;
     int startup_delay = 1000;
-    // Options come in pairs: --name value.
-    for (int i = 1; i < argc; i += 2) {
-        const std::string a = argv[i];
-        const char* v = i + 1 < argc ? argv[i + 1] : nullptr;
-        if (a == "--help" || a == "-h")
+    static const option kOptions[] = {{"root", required_argument, nullptr, 'r'},
+                                      {"chassis", required_argument, nullptr, 'c'},
+                                      {"startup-delay-ms", required_argument, nullptr, 's'},
+                                      {"normal-delay-ms", required_argument, nullptr, 'n'},
+                                      {"help", no_argument, nullptr, 'h'},
+                                      {}};
+    int opt;
+    while ((opt = getopt_long(argc, argv, "h", kOptions, nullptr)) != -1) {
+        switch (opt) {
+        case 'r':
+            root = optarg;
+            break;
+        case 'c':
+            chassis_file = optarg;
+            break;
+        case 's':
+            startup_delay = std::atoi(optarg);
+            break;
+        case 'n':
+            g_normal_delay_ms = std::atoi(optarg);
+            break;
+        case 'h':
             return usage(0);
-        if (!v)
+        default:
             return usage(2);
-        if (a == "--root")
-            root = v;
-        else if (a == "--chassis")
-            chassis_file = v;
-        else if (a == "--startup-delay-ms")
-            startup_delay = std::atoi(v);
-        else if (a == "--normal-delay-ms")
-            g_normal_delay_ms = std::atoi(v);
-        else
-            return usage(2);
+        }
     }
+    if (optind < argc)
+        return usage(2);
     if (root.empty())
         return usage(2);
 

@@ -1,5 +1,6 @@
 // Control client of the simulated matrix core, for people and tests.
 #include <fcntl.h>
+#include <getopt.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -62,21 +63,21 @@ bool write_lock_file(const std::string& root, const std::string& v) {
 
 int main(int argc, char** argv) {
     std::string root = std::getenv("TAV_ROOT") ? std::getenv("TAV_ROOT") : "";
-    std::vector<std::string> args;
-    for (int i = 1; i < argc; ++i) {
-        const std::string a = argv[i];
-        if (a == "--help" || a == "-h") {
+    // Options end at the command: its own arguments may start with "--".
+    static const option kOptions[] = {
+        {"root", required_argument, nullptr, 'r'}, {"help", no_argument, nullptr, 'h'}, {}};
+    int opt;
+    while ((opt = getopt_long(argc, argv, "+h", kOptions, nullptr)) != -1) {
+        if (opt == 'r')
+            root = optarg;
+        else if (opt == 'h')
             return help(stdout, 0);
-        }
-        if (a == "--root" && args.empty() && i + 1 < argc) {
-            root = argv[++i];
-            continue;
-        }
-        args.push_back(a);
+        else
+            return help(stderr, 1);
     }
-    if (args.empty()) {
+    std::vector<std::string> args(argv + optind, argv + argc);
+    if (args.empty())
         return help(stderr, 1);
-    }
     if (root.empty())
         root = "/";
     if (args[0] == "lock") {
