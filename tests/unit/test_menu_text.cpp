@@ -279,6 +279,32 @@ TEST_F(MenuTest, LedScenes) {
     EXPECT_EQ(scene_mask(menu_shortcut, false), bit(3) | bit(9) | M | LCD);
 }
 
+// The TAKE blink of the confirming menus goes out when it starts and when it
+// stops, not on every redraw; every other menu sends "nothing blinks" on each.
+TEST_F(MenuTest, TakeBlinkSentOnChangesOnly) {
+    auto& cap = tavtest::PanelCapture::get();
+    tav_bdl_menu_showleds(menu_vid_display, false);
+    for (TAV_ENUM_MENUSTATUS state : {menu_switch_vid_all, menu_switch_aud_all, menu_reset}) {
+        std::string sent;
+        for (bool take : {true, true, false, false, true, false}) {
+            cap.clear();
+            tav_bdl_menu_showleds(state, take);
+            int n = 0;
+            for (const auto& f : cap.frames())
+                n += f.kind == tavpanel::FrameKind::led_blink;
+            sent += std::to_string(n);
+            EXPECT_EQ(panel().led_blink, take ? TAKE : 0u);
+        }
+        EXPECT_EQ(sent, "101011") << state;
+    }
+    for (int i = 0; i < 2; ++i) {
+        cap.clear();
+        tav_bdl_menu_showleds(menu_vid_switch, true);
+        EXPECT_EQ(cap.frames().size(), 2u); // the scene and "nothing blinks"
+        EXPECT_EQ(panel().led_blink, 0u);
+    }
+}
+
 // ---------------------------------------------------------------------------
 // The port tables' rebuild, for each kind.
 class PortTables : public MenuTest, public ::testing::WithParamInterface<bool> {
