@@ -184,6 +184,41 @@ struct Line {
     }
 };
 
+// The slot writers on a line of 'x': what they change, and only that.
+TEST(LineSlots, ClearAndPrintWriteTheirColumnsOnly) {
+    struct Case {
+        int type, col, value; // type -1: tav_menu_clear_lcd(col)
+        std::string cols_8_to_15;
+        uint8_t result; // of the clear
+        char last;      // column 39
+    };
+    // clang-format off
+    const Case cases[] = {
+        {-1, 39, 0, "xxxxxxxx", 0, ' '}, {-1, 40, 0, "xxxxxxxx", 1, 'x'},
+        {-1, 12, 0, "xxxx    ", 0, ' '}, {2, 10, 0, "xx    xx", 0, 'x'},
+        {1, 10, 0, "xx0 x xx", 0, 'x'},  {1, 10, 7, "xx07  xx", 0, 'x'},
+        {1, 10, 12, "xx12  xx", 0, 'x'}, {1, 10, 123, "xx<3  xx", 0, 'x'},
+        {3, 10, 5, "xxxxxxxx", 0, 'x'},  {2, 36, 0, "xxxxxxxx", 0, ' '},
+    };
+    // clang-format on
+    for (const Case& c : cases) {
+        SCOPED_TRACE(testing::Message() << c.type << " at " << c.col);
+        Line l;
+        memset(l.b, 'x', 40);
+        l.b[40] = 0;
+        if (c.type < 0) {
+            EXPECT_EQ(tav_menu_clear_lcd(static_cast<uint8_t>(c.col), l.b), c.result);
+        } else {
+            tav_menu_print(l.b, static_cast<uint8_t>(c.type), static_cast<uint8_t>(c.col),
+                           static_cast<uint8_t>(c.value));
+        }
+        EXPECT_EQ(l.str(8, 8), c.cols_8_to_15);
+        EXPECT_EQ(l.b[39], c.last);
+        EXPECT_EQ(l.b[40], 0);
+        EXPECT_TRUE(l.guard_intact());
+    }
+}
+
 class PortLines : public MenuTest {
   protected:
     int sw(uint8_t start, uint8_t max_out) {
