@@ -214,6 +214,16 @@ TEST_F(BaseUart, EdgesOfTheLine) {
     EXPECT_EQ(tav_buart_open(0, &fd), -1);
     EXPECT_EQ(fd, -1);
     EXPECT_EQ(tav_buart_open(1, nullptr), -1);
+    // Descriptor 0 is a descriptor like any other (a program started
+    // without standard input).
+    const int in = dup(0);
+    close(0);
+    EXPECT_EQ(tav_buart_open(8, &fd), 0);
+    EXPECT_EQ(fd, 0);
+    char text[] = "19200;N;8;1;";
+    EXPECT_EQ(tav_buart_set_param_string(0, text), 0);
+    dup2(in, 0);
+    close(in);
     ASSERT_EQ(set("9600;O;8;2;"), 0);
     const struct termios before = attrs();
     EXPECT_EQ(tav_buart_set_parity(fd_, static_cast<TAV_ENUM_UART_PARAM_PARITY>(4)), -2);
@@ -349,8 +359,10 @@ TEST_F(ThreadsLifecycle, ReceiveThreadReopensAPortThatCameBackAndEndsAtShutdown)
     auto first = std::make_unique<Pty>();
     unlink(link.c_str());
     ASSERT_EQ(symlink(first->slave.c_str(), link.c_str()), 0);
-    setenv("TAV_ROOT", (root() + "/moved").c_str(), 1);
+    setenv("TAV_ROOT", (root() + "/nowhere").c_str(), 1);
     tav_uartclose();
+    EXPECT_EQ(tav_base_port_open(), 1); // no device
+    setenv("TAV_ROOT", (root() + "/moved").c_str(), 1);
     ASSERT_EQ(tav_base_port_open(), 0);
     ASSERT_EQ(tav_create_thread(), 0);
     Pty second; // made first, so that it cannot take the old line's number

@@ -258,6 +258,16 @@ TEST_F(MenuTest, ResetStepsRequestsFlagFileAndPages) {
         EXPECT_EQ(lcd(1), row(c.top + 1));
         EXPECT_EQ(panel().led_blink, c.blink ? 1u << TAV_KEY_TAKE : 0u);
     }
+    // A root whose path needs quoting in the shell still gets the flag file.
+    const std::string spaced = root() + "/a b";
+    std::filesystem::create_directories(spaced + "/tmp");
+    setenv("TAV_ROOT", spaced.c_str(), 1);
+    tav_menu_reset_init();
+    g_tav_menu = menu_reset;
+    keys("12T");
+    setenv("TAV_ROOT", root().c_str(), 1);
+    std::ifstream spaced_flag(spaced + "/tmp/tav_z8_reboot.flag");
+    EXPECT_EQ(std::string(std::istreambuf_iterator<char>(spaced_flag), {}), "1\n");
     // Leaving for the versions resets the step and reads the versions again;
     // DEFAULT elsewhere opens the first step.
     std::ofstream(root() + "/sim/quoral_version") << "3.10.42\n";

@@ -25,6 +25,7 @@ class Signals : public MenuTest {
     void SetUp() override {
         MenuTest::SetUp();
         tav_matrix_irq_open();
+        EXPECT_TRUE(log_lines().empty()); // the thread started without a complaint
         fakematrix::state().calls.clear();
     }
     void TearDown() override {

@@ -106,6 +106,22 @@ TEST_F(CfgFile, EveryKeyReachesItsRowHeadOrFlag) {
     EXPECT_EQ(head(9), std::string(6, ' ') + '\0');
 }
 
+// The built-in rows, from the list in tests/data.
+TEST_F(CfgFile, BuiltInRowsAsListed) {
+    std::ifstream list(TAV_TEST_DATA_DIR "/lcd_rows.txt");
+    int rows = 0;
+    for (std::string l; std::getline(list, l);) {
+        if (l.empty() || l[0] == '#')
+            continue;
+        const size_t a = l.find('|'), b = l.find('|', a + 1);
+        const int n = std::stoi(l.substr(0, a));
+        const std::string blanks(std::stoul(l.substr(a + 1, b - a - 1)), ' ');
+        EXPECT_EQ(defaults_.at(static_cast<size_t>(n)), pad40(blanks + l.substr(b + 1))) << n;
+        ++rows;
+    }
+    EXPECT_EQ(rows, TAV_MENU_ROWS);
+}
+
 TEST_F(CfgFile, ValueFormOfATextRow) {
     const std::string key = "Manual_cfg_vendor_name=";
     const std::string dflt = "      QUORAL ELECTRONICS Co.,LTD";
@@ -389,6 +405,13 @@ TEST_P(PortTables, ListsInOrderWithRoutesAndOnlyInputsAndOutputs) {
         rebuild();
         EXPECT_TRUE(ins().empty() && outs().empty());
     }
+    // As many ports as the tables hold: all, and no warning.
+    for (int p = 1; p <= 128; ++p)
+        port(p, p <= 100 ? em_matrix_in : em_matrix_out, 1);
+    TAV_DEF_MAX_PORT = 128;
+    rebuild();
+    EXPECT_EQ(outs(), range(101, 128));
+    EXPECT_TRUE(log_lines().empty());
     // More ports than the tables hold: the first 128.
     for (int p = 1; p <= 200; ++p)
         port(p, p <= 100 ? em_matrix_in : em_matrix_out, 1);
