@@ -61,7 +61,10 @@ TEST_P(Dispatch, HandlersFollowTheMenu) {
     if (c.card != NO_CARD)
         set_card(3, c.card);
     g_tav_menu = c.menu;
+    const std::string top = lcd(0);
     dispatch(c.bits, c.param);
+    EXPECT_EQ(lcd(0), top) << "pages are drawn by the next pass";
+    EXPECT_EQ(g_tav_key_runflag.load(), 1);
     EXPECT_EQ(trace(), c.trace);
     EXPECT_EQ(g_tav_menu, c.menu_after);
     EXPECT_EQ(redraw_requested(), c.redraw);
@@ -84,6 +87,9 @@ const DispatchCase kDispatch[] = {
     {"VportListPage", meun_vid_io_display, VPORT, 0, NO_CARD, {V}, meun_vid_io_display, true, 0},
     {"VportEdid", menu_edid_switch, VPORT, 0, NO_CARD, {V}, menu_edid_switch, false, 0},
     {"AportListPage", meun_aud_io_display, APORT, 0, NO_CARD, {A}, meun_aud_io_display, true, 0},
+    {"VconLock", menu_lock, VCON, 0, NO_CARD, {V}, menu_lock, true, 0},
+    {"VportLock", menu_lock, VPORT, 0, NO_CARD, {V}, menu_lock, true, 0},
+    {"AconLock", menu_lock, ACON, 0, NO_CARD, {A}, menu_lock, false, 0},
     {"AportLock", menu_lock, APORT, 0, NO_CARD, {A}, menu_lock, false, 0},
     // Slots: a notice for online and offline cards, except in the reset menu.
     {"OnlineHome", menu_vid_display, SLOT, 3, em_matrix_card_online, {C3, V}, menu_hot_plug, true, 1},
@@ -96,6 +102,8 @@ const DispatchCase kDispatch[] = {
     // The update display drops everything but the update's own signal.
     {"UpdateDropsSlot", menu_update, SLOT | VCON, 3, em_matrix_card_online, {}, menu_update, false, 0},
     {"UpdateDropsReboot", menu_update, REBOOT | PARAM, 1, NO_CARD, {}, menu_update, false, 0},
+    // Reboot options other than 1-3 are no notice.
+    {"RebootZero", menu_vid_display, REBOOT, 0, NO_CARD, {}, menu_vid_display, false, 0},
     {"RebootFour", menu_vid_display, REBOOT, 4, NO_CARD, {}, menu_vid_display, false, 0},
     {"UnhandledBits", menu_vid_display, 0x0117, 0, NO_CARD, {}, menu_vid_display, false, 0},
 };
