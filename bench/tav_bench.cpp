@@ -402,8 +402,8 @@ TEST(Bench, TypeAhead) {
     Sandbox sb;
     ASSERT_TRUE(bring_up(sb));
     // Output, input: one-digit inputs end with RIGHT, two-digit ones do not.
-    const std::pair<int, int> entries[] = {{20, 3},  {31, 7},  {17, 12}, {25, 5},  {28, 16},
-                                           {19, 9},  {32, 1},  {22, 14}, {26, 2},  {18, 10}};
+    const std::pair<int, int> entries[] = {{20, 3}, {31, 7}, {17, 12}, {25, 5}, {28, 16},
+                                           {19, 9}, {32, 1}, {22, 14}, {26, 2}, {18, 10}};
     int right = 0;
     for (const auto& [out, in] : entries) {
         auto want = core_routes(sb);

@@ -30,7 +30,8 @@ struct SendStep {
 
 timespec timespec_of(Clock::duration d) {
     const auto us = std::chrono::duration_cast<microseconds>(std::max(d, Clock::duration::zero()));
-    return {static_cast<time_t>(us.count() / 1000000), static_cast<long>(us.count() % 1000000) * 1000};
+    return {static_cast<time_t>(us.count() / 1000000),
+            static_cast<long>(us.count() % 1000000) * 1000};
 }
 
 double now_s() {
@@ -67,20 +68,21 @@ struct PanelEmulator::Impl {
     std::deque<SendStep> queue;
     uint64_t queued = 0, sent = 0; // steps, for waiting on press()
 
-    std::mutex write_m; // one frame per write on the master
+    std::mutex write_m;          // one frame per write on the master
     Clock::time_point tx_free{}; // under write_m: when the line to the program is idle
     // Under the reader only: bytes from the program still on the line, each
     // with the time its last bit arrives.
     std::deque<std::pair<uint8_t, Clock::time_point>> rx_line;
     Clock::time_point rx_free{};
-    std::mutex port_m;  // one drop or restore at a time
+    std::mutex port_m; // one drop or restore at a time
 
     explicit Impl(EmulatorOptions o) : opts(std::move(o)) {
         model.set_frame_limit(opts.frame_limit);
     }
 
-    microseconds byte_time() const {
-        return microseconds(opts.baud > 0 ? 10 * 1000000 / opts.baud : 0);
+    // 8N1: a start bit, 8 data bits and a stop bit.
+    std::chrono::nanoseconds byte_time() const {
+        return std::chrono::nanoseconds(opts.baud > 0 ? 10'000'000'000LL / opts.baud : 0);
     }
 
     void log_line(const char* dir, const std::string& what) {
@@ -125,7 +127,7 @@ struct PanelEmulator::Impl {
                 record(Dir::panel, bytes.data(), bytes.size());
             }
             // Paced: each byte is handed over when its last bit would arrive.
-            const microseconds bt = byte_time();
+            const auto bt = byte_time();
             const Clock::time_point start = std::max(Clock::now(), tx_free);
             size_t off = 0;
             while (off < bytes.size()) {
@@ -278,6 +280,9 @@ struct PanelEmulator::Impl {
             const size_t fb = model.frames_total();
             const size_t hb = model.handshakes();
             model.feed(due.data(), due.size());
+            if (model.frames_total() == fb) {
+                return; // the frame is still on the line
+            }
             took(fb, hb, answer);
         }
         write_bytes(answer);
@@ -333,7 +338,7 @@ struct PanelEmulator::Impl {
                         std::lock_guard<std::mutex> l(m);
                         record(Dir::program, buf, static_cast<size_t>(n));
                     }
-                    const microseconds bt = byte_time();
+                    const auto bt = byte_time();
                     rx_free = std::max(rx_free, Clock::now());
                     for (ssize_t i = 0; i < n; ++i) {
                         rx_free += bt;
@@ -510,7 +515,7 @@ void PanelEmulator::tap(int key, microseconds hold) {
 }
 
 microseconds PanelEmulator::line_time(size_t bytes) const {
-    return impl_->byte_time() * static_cast<long>(bytes);
+    return std::chrono::duration_cast<microseconds>(impl_->byte_time() * static_cast<long>(bytes));
 }
 
 void PanelEmulator::lock_toggle(bool wait) {
