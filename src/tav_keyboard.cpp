@@ -119,6 +119,7 @@ void signal_handle(int isignum) {
     g_tav_uart_runflag.store(0);
     g_tav_key_runflag.store(0);
     tav_uart_wake();
+    tav_menu_wake();
     if (m_tav_main_thread_known.load() != 0 && !pthread_equal(pthread_self(), m_tav_main_thread)) {
         pthread_kill(m_tav_main_thread, isignum);
     }

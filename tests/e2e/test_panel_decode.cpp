@@ -169,7 +169,8 @@ TEST(PanelReplay, RecordedSessionReplaysAndAnEditedOneFailsAtItsKey) {
     EXPECT_EQ(replay_against_fresh_program(text, &report), 0) << report;
 
     // The recording now expects another first character after the press of 3
-    // (key frame 7): until the next key, every text frame the program sent.
+    // (key frame 7): until the next key, in every text frame the program sent
+    // (a line of the recording may hold several frames).
     std::istringstream in(text);
     std::string edited, line;
     int keys = 0;
@@ -178,10 +179,13 @@ TEST(PanelReplay, RecordedSessionReplaysAndAnEditedOneFailsAtItsKey) {
         std::string err;
         if (parse_record_line(line, r, err)) {
             keys += r.dir == Dir::panel && r.bytes.size() == 10 && r.bytes[4] == 0x07;
-            if (keys == 7 && r.dir == Dir::program && r.bytes.size() > 8 && r.bytes[4] == 0x04) {
-                r.bytes[7] = '#';
-                line = format_record_line(r.t, r.dir, r.bytes.data(), r.bytes.size());
+            for (size_t i = 0; keys == 7 && r.dir == Dir::program && i + 8 < r.bytes.size();
+                 i += r.bytes[i + 3] + 5u) {
+                if (r.bytes[i + 4] == 0x04) {
+                    r.bytes[i + 7] = '#';
+                }
             }
+            line = format_record_line(r.t, r.dir, r.bytes.data(), r.bytes.size());
         }
         edited += line + "\n";
     }

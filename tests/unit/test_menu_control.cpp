@@ -184,8 +184,7 @@ TEST_F(MenuControl, OpenThenSelfCheckThenLoadMainThenHome) {
 }
 
 // The switching menus' handlers on seconds 3-9 of each ten, the EDID menu's
-// on 6-8, none elsewhere; a tick every 1.1 s (the timer restarts after the
-// pass's 100 ms).
+// on 6-8, none elsewhere; a tick every second.
 TEST_F(MenuControl, TickHandlersOnTheirSecondsOnly) {
     struct Case {
         TAV_ENUM_MENUSTATUS menu;
@@ -198,11 +197,11 @@ TEST_F(MenuControl, TickHandlersOnTheirSecondsOnly) {
         g_now = kT0;
         g_ticks.clear();
         enter_normal(c.menu, false); // no ten-second return to disturb the menu
-        run_until([] { return false; }, 22500);
+        run_until([] { return false; }, 21500);
         std::vector<std::tuple<char, uint32_t, int>> want;
         for (int cycle = 0; cycle < 2; ++cycle) {
             for (int s = c.first; s <= c.last; ++s) {
-                want.emplace_back(c.which, (cycle * 10 + s) * 1100, s);
+                want.emplace_back(c.which, (cycle * 10 + s) * 1000, s);
             }
         }
         EXPECT_EQ(g_ticks, want) << c.menu;
@@ -222,7 +221,7 @@ TEST_F(MenuControl, TenSecondsAfterTheLastKeyHomeOnceAndTheLcdIdle) {
         g_tav_lock = c.locked;
         enter_normal(c.from, true);
         run_until([] { return g_tav_menu_event == EVENT_UPDATE; }, 20000);
-        EXPECT_EQ(g_now - kT0, 11000u); // tenth tick
+        EXPECT_EQ(g_now - kT0, 10000u); // tenth tick
         EXPECT_EQ(g_tav_menu, c.to);
         EXPECT_FALSE(g_tav_lcd);
         run_until([] { return false; }, 25000); // nothing further until a key
@@ -245,7 +244,7 @@ TEST_F(MenuControl, TenSecondsAfterTheLastKeyHomeOnceAndTheLcdIdle) {
     // the count.
     for (TAV_KEY_ENUM k : {TAV_KEY_5, TAV_KEY_NULL}) {
         enter_normal(menu_spc, false);
-        run_until([] { return false; }, 3300);
+        run_until([] { return false; }, 2500);
         EXPECT_EQ(tav_menu_ctl_get_count_10s(), 3);
         const uint32_t key_at = g_now;
         press(k);
@@ -253,7 +252,7 @@ TEST_F(MenuControl, TenSecondsAfterTheLastKeyHomeOnceAndTheLcdIdle) {
         EXPECT_TRUE(g_tav_lcd);
         EXPECT_EQ(g_tav_menu_event, EVENT_UPDATE);
         run_until([] { return g_tav_menu != menu_spc; }, 20000);
-        EXPECT_EQ(g_now - key_at, 11000u) << k;
+        EXPECT_EQ(g_now - key_at, 10000u) << k;
     }
 }
 
@@ -266,17 +265,27 @@ TEST_F(MenuControl, KeyOnACardNoticeGoesHomeFirst) {
     EXPECT_EQ(g_tav_menu, meun_vid_io_display);
 }
 
-// The clock set back an hour: the timers fire at once and restart from the
-// new time instead of standing still until the clock has caught up.
-TEST_F(MenuControl, ClockSetBackFiresTheTimersAtOnce) {
+// An idle pass waits exactly until the next tick; a key or a redraw request
+// ends the wait at once. The clock set back an hour: the timers fire at once
+// and restart from the new time instead of standing still until the clock
+// has caught up.
+TEST_F(MenuControl, IdlePassWaitsForTheNextTick) {
     enter_normal(menu_spc, false);
+    g_now += 300;
+    EXPECT_EQ(tav_menu_ctl_wait_ms(), 700u);
+    tav_menu_control();
+    EXPECT_EQ(g_sleeps, std::vector<uint32_t>{700});
+    EXPECT_EQ(tav_menu_ctl_get_count_10s(), 1);
+    EXPECT_EQ(tav_menu_ctl_wait_ms(), 1000u);
+    press(TAV_KEY_NULL);
+    tav_menu_control(); // takes the key: nothing to wait for
+    tav_menu_control(); // draws
+    EXPECT_EQ(g_sleeps.size(), 1u);
     g_now -= 3600u * 1000u;
+    EXPECT_EQ(tav_menu_ctl_wait_ms(), 0u);
     tav_menu_control();
     EXPECT_EQ(tav_menu_ctl_get_count_10s(), 1);
-    run_until([] { return false; }, 950);
-    EXPECT_EQ(tav_menu_ctl_get_count_10s(), 1);
-    tav_menu_control();
-    EXPECT_EQ(tav_menu_ctl_get_count_10s(), 2);
+    EXPECT_EQ(tav_menu_ctl_wait_ms(), 1000u);
 }
 
 TEST_F(MenuControl, UpdateMenuPollsEveryHundredMsAndKeepsTheKey) {
