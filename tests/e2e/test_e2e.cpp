@@ -207,6 +207,37 @@ TEST(E2e, CoreGoesAwayAndComesBack) {
     expect_no_sanitizer_report(sb);
 }
 
+// Quick hands on the paced line: every 30-ms tap of 1 opens the output entry
+// (LEFT leaves it); two switches typed as 40-ms taps 100 ms apart, the second
+// during the first one's confirmation, switch exactly the ports typed.
+TEST(E2e, QuickTapsAndTypeAhead) {
+    Sandbox sb;
+    ASSERT_TRUE(bring_up(sb));
+    for (int i = 0; i < 20; ++i) {
+        press_keys(sb, {1}, 30ms);
+        ASSERT_TRUE(wait_state(
+            sb, [](const auto& s) { return s.lcd[1].substr(27, 12) == "      OUT1_ "; }, "OUT1_"))
+            << "tap " << i;
+        press_keys(sb, {KEY_LEFT}, 30ms);
+        ASSERT_TRUE(wait_lines(sb, kHomeTop, kHomeBottom)) << "tap " << i;
+    }
+    const auto videos = [&] {
+        std::map<int, int> v;
+        for (const auto& [out, r] : core_routes(sb)) {
+            v[out] = r.video;
+        }
+        return v;
+    };
+    auto want = videos();
+    want[25] = 4;
+    want[31] = 12;
+    press_keys(sb, {2, 5, 4, KEY_RIGHT, 3, 1, 1, 2}, 40ms, 100ms);
+    for (int i = 0; i < 50 && videos() != want; ++i) {
+        std::this_thread::sleep_for(100ms);
+    }
+    EXPECT_EQ(videos(), want);
+}
+
 std::string edid_of(const Sandbox& sb, int port, const char* kind) {
     return sb.ctl({"edid", std::to_string(port), kind}).out;
 }

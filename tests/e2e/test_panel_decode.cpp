@@ -197,7 +197,7 @@ TEST(PanelReplay, RecordedSessionReplaysAndAnEditedOneFailsAtItsKey) {
 }
 
 TEST(PanelLine, DropHangsUpAndRemovesTheLinkRestoreBringsAFreshPanel) {
-    Sandbox sb;
+    Sandbox sb({.baud = 0}); // the answer in one read
     PanelEmulator& emu = sb.panel();
     const std::string link = sb.path("dev/ttyPSC3");
     const std::string text = "\xEB\x5F\x21\x05\x04\x00\x00\x4F\x4B\x0F"s; // "OK" at 0,0
