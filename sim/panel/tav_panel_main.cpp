@@ -1,10 +1,11 @@
 // tav_panel_emu: the emulated front panel for people and shell scripts.
 //
-//   tav_panel_emu --root DIR [--silent] [--firmware MAIN.MINOR.BUILD] [--log FILE]
+//   tav_panel_emu --root DIR | --device PATH [--silent] [--firmware MAIN.MINOR.BUILD] [--log FILE]
 //                 [--hold-ms N] [--record FILE] [--serve | --replay FILE [--speed N] [--expect]]
 //
 // On a terminal it shows the panel and maps the PC keyboard to the keys.
 // Otherwise it reads commands, one a line, from standard input (see usage()).
+// --device: the panel on an existing terminal or unix socket (a VM's UART).
 // --serve: no interaction at all; serve the program until SIGINT or SIGTERM.
 // --record: every byte both ways into FILE (format in tav_panel_decode.h).
 // --replay: the key frames of a recording played against the program.
@@ -67,9 +68,11 @@ void restore_tty() {
 }
 
 void usage() {
-    fputs("usage: tav_panel_emu --root DIR [--silent] [--firmware MAIN.MINOR.BUILD] [--log FILE]\n"
-          "                     [--hold-ms N] [--record FILE]\n"
+    fputs("usage: tav_panel_emu --root DIR | --device PATH [--silent] [--firmware MAIN.MINOR.BUILD]\n"
+          "                     [--log FILE] [--hold-ms N] [--record FILE]\n"
           "                     [--serve | --replay FILE [--speed N] [--expect]]\n"
+          "  --device PATH         the panel on an existing terminal device or unix socket\n"
+          "                        (e.g. a virtual machine's UART) instead of a pty of its own\n"
           "  --record FILE         every byte both ways, with times, into FILE\n"
           "  --replay FILE         play the key frames of a recording with their spacing and\n"
           "                        answer the handshake as the recording did; --speed N: N times\n"
@@ -426,6 +429,8 @@ int main(int argc, char** argv) {
         const bool has_value = i + 1 < argc;
         if (a == "--root" && has_value) {
             o.root = argv[++i];
+        } else if (a == "--device" && has_value) {
+            o.device = argv[++i];
         } else if (a == "--silent") {
             o.answer_handshake = false;
         } else if (a == "--firmware" && has_value) {
@@ -462,7 +467,7 @@ int main(int argc, char** argv) {
             return 2;
         }
     }
-    if (o.root.empty() || (serve && !replay_path.empty())) {
+    if ((o.root.empty() && o.device.empty()) || (serve && !replay_path.empty())) {
         usage();
         return 2;
     }
