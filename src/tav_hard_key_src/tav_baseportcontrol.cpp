@@ -51,7 +51,8 @@ char m_tav_port_param[32];
 // which then redraws the page.
 std::atomic<bool> m_tav_port_reopened{false};
 
-// Raised events, for a wait on them (tav_wait_hardkey_event). Made once.
+// Posted for every key report and raised event bit, for a wait on them
+// (tav_hardkey_event_fd). Made once.
 const int m_tav_event_fd = tav_btool_event_new();
 
 // Key reports in arrival order. Single producer (the receive thread), single
@@ -169,17 +170,6 @@ void tav_uart_wake(void) {
 void tav_sethardkey_event(int event) {
     g_tav_event.fetch_or(event, std::memory_order_release);
     tav_btool_event_post(m_tav_event_fd);
-}
-
-void tav_wait_hardkey_event(int32_t event, uint32_t timeout_ms) {
-    const uint64_t deadline = tav_btool_mono_ms() + timeout_ms;
-    while ((tav_gethardkey_event() & event) == 0) {
-        const uint64_t now = tav_btool_mono_ms();
-        if (now >= deadline) {
-            return;
-        }
-        tav_btool_event_wait(m_tav_event_fd, static_cast<int>(deadline - now));
-    }
 }
 
 int tav_port_reopen_pause_ms(int previous_ms) {

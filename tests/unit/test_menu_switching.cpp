@@ -4,7 +4,6 @@
 #include <unistd.h>
 
 #include <atomic>
-#include <thread>
 
 #include "menu_fixture.h"
 #include "tav_menu_switch_all.h"
@@ -437,28 +436,6 @@ TEST_F(Lock, ChangeSignalFollowsTheFile) {
         EXPECT_EQ(g_tav_menu, menu_eth_ip);
     }
     EXPECT_TRUE(calls().empty());
-}
-
-// The listener's redraw and the main thread's share the line buffer.
-TEST_F(Lock, ThreadsChangeSignalIsSerialisedWithTheMenus) {
-    std::atomic<bool> done{false};
-    std::thread listener([this, &done] {
-        for (int i = 0; i < 20; i++) {
-            write_file(i % 2 ? "0" : "1");
-            tav_update_to_lock(2);
-        }
-        done = true;
-    });
-    while (!done) {
-        {
-            std::lock_guard<std::mutex> pass(tav_menu_engine_mutex());
-            tav_video_display();
-        }
-        tavtest::PanelCapture::get().drain(); // the listener's frames never block
-    }
-    listener.join();
-    EXPECT_FALSE(g_tav_lock);
-    EXPECT_EQ(g_tav_menu, menu_vid_display);
 }
 
 } // namespace
