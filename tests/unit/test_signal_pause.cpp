@@ -1,6 +1,5 @@
 // Signals raised while a handler pauses, and what must not outlive a stop:
-// dispatches after tear-down, start-up work after a stop signal, library
-// calls without a library.
+// dispatches after tear-down and start-up work after a stop signal.
 #include "menu_fixture.h"
 #include "tav_baseportcontrol.h"
 #include "tav_keyboard.h"
@@ -80,18 +79,6 @@ TEST_F(MenuTest, ThreadsNothingDispatchedAfterTearDown) {
     ASSERT_TRUE(wait_until([] { return !trace().empty(); }));
     tav_matrix_irq_close();
     EXPECT_EQ(trace(), std::vector<std::string>{"audio_table"});
-}
-
-// The library never opened: neither the listener nor the tear-down calls it.
-TEST_F(MenuTest, ThreadsWithoutLibraryNothingCallsIt) {
-    fakematrix::reset();
-    pmatrixDllHandle = nullptr;
-    tav_matrix_irq_open();
-    tav_matrix_irq_callback(0);
-    tav_menu_ctl_distory();
-    drop_stale_wake_ups();
-    EXPECT_TRUE(fakematrix::state().calls.empty());
-    EXPECT_EQ(fakematrix::signal_fetches(), 0);
 }
 
 // A stop during the wait for the matrix core: the start-up step does nothing
