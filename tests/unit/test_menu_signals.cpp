@@ -213,62 +213,6 @@ TEST_F(Signals, RebootNoticeThenShutdown) {
     }
 }
 
-// The wake-up path: callback, pipe and the listener thread (opened by the
-// fixture).
-class SignalThreads : public Signals {
-  protected:
-    static void set_bits(uint32_t bits) {
-        std::lock_guard<std::mutex> g(fakematrix::mutex());
-        fakematrix::state().signal.sig_bit_map = bits;
-    }
-    // Waits until `n` records have been fetched, then until the last
-    // dispatch has let go of the engine.
-    static bool wait_fetches(int n) {
-        wait_until([n] { return fakematrix::signal_fetches() >= n; });
-        std::lock_guard<std::recursive_mutex> lk(tav_menu_engine_mutex());
-        return fakematrix::signal_fetches() == n;
-    }
-};
-
-TEST_F(SignalThreads, OneDispatchPerWakeUpByte) {
-    tav_matrix_irq_open(); // a second open starts no second listener
-    EXPECT_EQ(fakematrix::calls_starting("register_inner_signal"),
-              std::vector<std::string>{"register_inner_signal(16119)"});
-    ASSERT_TRUE(fakematrix::raise_signal(VCON, 0));
-    ASSERT_TRUE(wait_fetches(1));
-    EXPECT_EQ(trace(), std::vector<std::string>{V});
-    // Three signals while a pass holds the engine: each record is fetched at
-    // its wake-up, and all are handled in order once the engine is free.
-    {
-        std::lock_guard<std::recursive_mutex> lk(tav_menu_engine_mutex());
-        g_tav_menu = menu_aud_display;
-        for (int n : {2, 3, 4}) {
-            ASSERT_TRUE(fakematrix::raise_signal(n == 4 ? ACON : VCON, 0));
-            ASSERT_TRUE(wait_until([n] { return fakematrix::signal_fetches() == n; }));
-        }
-    }
-    wait_until([] { return trace().size() == 4; });
-    EXPECT_EQ(trace(), (std::vector<std::string>{V, V, V, A}));
-    // The callback only writes its byte: a burst far larger than the pipe
-    // holds does not block the library, and the listener goes on.
-    {
-        std::lock_guard<std::recursive_mutex> lk(tav_menu_engine_mutex());
-        set_bits(0x0001); // wakes, no handler
-        for (int i = 0; i < 100000; ++i) {
-            tav_matrix_irq_callback(0);
-        }
-        set_bits(ACON);
-        tav_matrix_irq_callback(0);
-    }
-    EXPECT_TRUE(wait_until([] { return trace().size() >= 5 && trace().back() == A; }, 10000));
-    EXPECT_LT(fakematrix::signal_fetches(), 100000); // the pipe dropped the excess
-    tav_matrix_irq_close();
-    drop_stale_wake_ups();
-    EXPECT_EQ(fakematrix::calls_starting("unregister_inner_signal"),
-              std::vector<std::string>{"unregister_inner_signal(16119)"});
-    EXPECT_FALSE(fakematrix::raise_signal(ACON, 0));
-}
-
 class Update : public MenuTest {
   protected:
     void SetUp() override {
