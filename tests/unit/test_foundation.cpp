@@ -3,7 +3,6 @@
 // the start-up and shutdown of the panel link.
 #include <fcntl.h>
 #include <gmock/gmock.h>
-#include <poll.h>
 #include <pthread.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
@@ -25,6 +24,7 @@
 #include "tav_keyboard.h"
 #include "tav_lcd.h"
 #include "tav_menu_control.h"
+#include "tav_menu_listen_irq.h"
 #include "tav_led.h"
 #include "tav_pid_file.h"
 #include "tav_uart_com.h"
@@ -313,8 +313,8 @@ TEST_F(PidFile, SecondInstanceIsRefusedAtOnce) {
 }
 
 // Start-up and shutdown of the panel link: the port is closed once, nothing
-// is written afterwards, the last frames reach the panel, the receive thread
-// ends, and a stop signal interrupts the start-up wait.
+// is written afterwards, descriptors are not inherited, and a stop signal
+// interrupts the start-up wait.
 // Descriptors the test process was started with.
 const std::set<int> g_inherited = [] {
     std::set<int> fds;
@@ -322,13 +322,6 @@ const std::set<int> g_inherited = [] {
         fds.insert(std::stoi(e.path().filename()));
     return fds;
 }();
-
-bool join_within(pthread_t t, int ms) {
-    struct timespec ts;
-    clock_gettime(CLOCK_REALTIME, &ts);
-    ts.tv_sec += ms / 1000 + 1;
-    return pthread_timedjoin_np(t, nullptr, &ts) == 0;
-}
 
 class ThreadsLifecycle : public ::testing::Test {
   protected:
@@ -360,76 +353,40 @@ TEST_F(ThreadsLifecycle, ShutdownTwiceClosesOnceAndSendsNothingAfterwards) {
     tav_display_led_all_on();
     tav_back_err(0, 0xF7);
     EXPECT_TRUE(cap().take_hex().empty());
+    // Without a device the port does not open.
+    setenv("TAV_ROOT", (root() + "/nowhere").c_str(), 1);
+    EXPECT_EQ(tav_base_port_open(), 1);
 }
 
-// The device behind the port path goes away and is replaced (emulator
-// restarted, adapter plugged in again): the receive thread reopens it; the
-// next pass redraws the page, frames go out and events come in on the new
-// line, and the shutdown ends the thread.
-TEST_F(ThreadsLifecycle, ReceiveThreadReopensAPortThatCameBackAndEndsAtShutdown) {
-    const std::string link = root() + "/moved/dev/ttyPSC3";
-    std::filesystem::create_directories(root() + "/moved/dev");
-    auto first = std::make_unique<Pty>();
-    unlink(link.c_str());
-    ASSERT_EQ(symlink(first->slave.c_str(), link.c_str()), 0);
-    setenv("TAV_ROOT", (root() + "/nowhere").c_str(), 1);
-    tav_uartclose();
-    EXPECT_EQ(tav_base_port_open(), 1); // no device
-    setenv("TAV_ROOT", (root() + "/moved").c_str(), 1);
-    ASSERT_EQ(tav_base_port_open(), 0);
-    ASSERT_EQ(tav_create_thread(), 0);
-    Pty second; // made first, so that it cannot take the old line's number
-    first.reset(); // the line is gone: reads fail at once, the thread pauses
-    unlink(link.c_str());
-    ASSERT_EQ(symlink(second.slave.c_str(), link.c_str()), 0);
-    ASSERT_TRUE(mtest::wait_until([&] { // the port's descriptor leads to the new line
-        char target[64] = {};
-        const std::string fd = "/proc/self/fd/" + std::to_string(uartfid.load());
-        return readlink(fd.c_str(), target, sizeof target - 1) > 0 && second.slave == target;
-    }));
-    tav_menu_ctl_set_time_source([] { return 0u; }, [](uint32_t) {});
-    g_tav_menu = menu_aud_display;
-    g_tav_menu_event = EVENT_NOMAL;
-    tav_menu_control();
-    tav_menu_ctl_set_time_source(nullptr, nullptr);
-    EXPECT_EQ(g_tav_menu_event, EVENT_UPDATE);
-    EXPECT_EQ(g_tav_menu, menu_aud_display);
-    tav_sys_hardmint();
-    uint8_t frame[16] = {};
-    pollfd p = {second.master, POLLIN, 0};
-    ASSERT_EQ(poll(&p, 1, 2000), 1);
-    ASSERT_EQ(read(second.master, frame, sizeof frame), 7);
-    EXPECT_EQ(frame[0], 0xEB);
-    // A key and a version answer in one write: both events.
-    const uint8_t in[] = {0xEB, 0x5F, 0x21, 0x05, 0x07, 0x00, 0x00, 0x40, 0x00, 0x0F, 0xEB,
-                          0x5F, 0x21, 0x06, 0x00, 0x00, 0x04, 0x02, 0x10, 0x01, 0x0F};
-    ASSERT_EQ(write(second.master, in, sizeof in), static_cast<ssize_t>(sizeof in));
-    const int both = TAV_EVENT_KEY | TAV_EVENT_HARDVER;
-    EXPECT_TRUE(mtest::wait_until([] { return (tav_gethardkey_event() & both) == both; }));
-    EXPECT_EQ(tav_getkey_val(), TAV_KEY_TAKE);
-    EXPECT_EQ(tav_get_hardkey_build_ver(), 0x11);
-    // No descriptor of the program is inherited by the device tools.
+// No descriptor of the program (the port, the listener's pipe, the PID
+// file) is inherited by the device tools.
+TEST_F(ThreadsLifecycle, DescriptorsAreClosedOnExec) {
+    tav_matrix_irq_open();
+    const int pid_fd = tav_pidf_open("tav_no_such_dep");
     for (const auto& e : std::filesystem::directory_iterator("/proc/self/fd")) {
         const int fd = std::stoi(e.path().filename());
         if (g_inherited.count(fd) == 0 && fcntl(fd, F_GETFD) >= 0) {
             EXPECT_NE(fcntl(fd, F_GETFD) & FD_CLOEXEC, 0) << "descriptor " << fd;
         }
     }
-    // The shutdown ends the thread at once, with nothing from the panel.
-    const pthread_t rx = g_uart_pthread_id;
-    tav_dev_destory();
-    EXPECT_TRUE(join_within(rx, 1000));
+    tav_pidf_close(pid_fd);
+    tav_matrix_irq_close();
 }
 
 TEST_F(ThreadsLifecycle, StopSignalInterruptsTheDependencyWait) {
     LockHolder holder(root() + "/var/run/tav_sig_dep.pid", 60000);
     ASSERT_TRUE(holder.locked());
     fresh_log();
+    const int others[] = {SIGHUP, SIGQUIT, SIGUSR1, SIGUSR2, SIGPIPE, SIGALRM, SIGTSTP};
+    struct sigaction dfl {}, started[7];
+    dfl.sa_handler = SIG_DFL;
+    for (int i = 0; i < 7; ++i) // a shell may have started the tests with some ignored
+        sigaction(others[i], &dfl, &started[i]);
     tav_install_signal_handlers();
-    for (int other : {SIGHUP, SIGQUIT, SIGUSR1, SIGUSR2, SIGPIPE, SIGALRM, SIGTSTP}) {
+    for (int i = 0; i < 7; ++i) {
         struct sigaction now {};
-        sigaction(other, nullptr, &now);
-        EXPECT_EQ(now.sa_handler, SIG_DFL) << "signal " << other << " keeps its default";
+        sigaction(others[i], &started[i], &now);
+        EXPECT_EQ(now.sa_handler, SIG_DFL) << "signal " << others[i] << " keeps its default";
     }
     const pthread_t self = pthread_self();
     std::atomic<bool> returned{false};

@@ -89,7 +89,7 @@ TEST_F(MenuControl, SilentPanelGetsAHandshakeEverySecondAndAMessageAfterTwenty) 
         "15\tfunc=[tav_menu_control]Front panel Err .Unable to communicate with the front panel!!!";
     std::vector<uint32_t> at; // fake time of each message, before its 3-s pause
     size_t seen = 0;
-    const int passes = run_until(
+    run_until(
         [&] {
             const auto l = log_lines();
             for (; seen < l.size(); ++seen) {
@@ -101,8 +101,6 @@ TEST_F(MenuControl, SilentPanelGetsAHandshakeEverySecondAndAMessageAfterTwenty) 
         },
         50000);
     EXPECT_EQ(at, (std::vector<uint32_t>{19000, 41000}));
-    EXPECT_EQ(g_sleeps.size(), static_cast<size_t>(passes)); // every pass pauses
-    EXPECT_LE(passes, 4110);
     size_t handshakes = 0;
     for (const auto& f : tavtest::PanelCapture::get().frames()) {
         handshakes += f.kind == tavpanel::FrameKind::handshake;

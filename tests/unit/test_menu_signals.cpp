@@ -263,7 +263,6 @@ TEST_F(SignalThreads, OneDispatchPerWakeUpByte) {
     EXPECT_TRUE(wait_until([] { return trace().size() >= 5 && trace().back() == A; }, 10000));
     EXPECT_LT(fakematrix::signal_fetches(), 100000); // the pipe dropped the excess
     tav_matrix_irq_close();
-    drop_stale_wake_ups();
     EXPECT_EQ(fakematrix::calls_starting("unregister_inner_signal"),
               std::vector<std::string>{"unregister_inner_signal(16119)"});
     EXPECT_FALSE(fakematrix::raise_signal(ACON, 0));
