@@ -10,6 +10,9 @@
 #include <fcntl.h>
 #include <filesystem>
 #include <poll.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
 #include <termios.h>
 #include <unistd.h>
 
@@ -225,6 +228,9 @@ struct PanelEmulator::Impl {
     // A new pty, raw, with the master non-blocking and the slave linked at
     // `link`. Called with write_m held (or before the threads run).
     bool open_pty() {
+        if (!opts.device.empty()) {
+            return open_device();
+        }
         master = ::posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
         char name[128];
         if (master < 0 || ::grantpt(master) != 0 || ::unlockpt(master) != 0 ||
@@ -250,6 +256,36 @@ struct PanelEmulator::Impl {
         ::fcntl(master, F_SETFL, ::fcntl(master, F_GETFL) | O_NONBLOCK);
         ::unlink(link.c_str());
         return ::symlink(name, link.c_str()) == 0;
+    }
+
+    // The existing line of opts.device: a unix stream socket is connected,
+    // a terminal is made raw at 19200 baud. The peer holds it open all along.
+    bool open_device() {
+        slave = opts.device;
+        struct stat st {};
+        if (::stat(slave.c_str(), &st) == 0 && S_ISSOCK(st.st_mode)) {
+            sockaddr_un a{};
+            a.sun_family = AF_UNIX;
+            if (slave.size() >= sizeof a.sun_path) {
+                return false;
+            }
+            std::memcpy(a.sun_path, slave.c_str(), slave.size() + 1);
+            master = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+            if (master < 0 || ::connect(master, reinterpret_cast<sockaddr*>(&a), sizeof a) != 0) {
+                return false;
+            }
+        } else {
+            master = ::open(slave.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC);
+            termios t{};
+            if (master < 0 || ::tcgetattr(master, &t) != 0) {
+                return false;
+            }
+            ::cfmakeraw(&t);
+            ::cfsetispeed(&t, B19200);
+            ::cfsetospeed(&t, B19200);
+            ::tcsetattr(master, TCSANOW, &t);
+        }
+        return ::fcntl(master, F_SETFL, ::fcntl(master, F_GETFL) | O_NONBLOCK) == 0;
     }
 
     void note(const char* what) {
@@ -424,8 +460,10 @@ bool PanelEmulator::start() {
     }
     namespace fs = std::filesystem;
     std::error_code ec;
-    fs::create_directories(fs::path(d.opts.root) / "dev", ec);
-    d.link = (fs::path(d.opts.root) / "dev" / "ttyPSC3").string();
+    if (d.opts.device.empty()) {
+        fs::create_directories(fs::path(d.opts.root) / "dev", ec);
+        d.link = (fs::path(d.opts.root) / "dev" / "ttyPSC3").string();
+    }
 
     if (!d.open_pty() || ::pipe2(d.stop_pipe, O_CLOEXEC) != 0 ||
         ::pipe2(d.ctl_pipe, O_CLOEXEC | O_NONBLOCK) != 0 ||

@@ -42,6 +42,10 @@ namespace tavpanel {
 
 struct EmulatorOptions {
     std::string root;             // TAV_ROOT; the link is <root>/dev/ttyPSC3
+    // When not empty: play the panel on this existing line instead of a pty
+    // of our own (a terminal device, or a unix stream socket such as a
+    // virtual machine's UART); no link is made and `root` is not used.
+    std::string device;
     bool answer_handshake = true; // false: the panel stays silent
     uint8_t fw_main = 1, fw_minor = 0, fw_build_hi = 0, fw_build_lo = 1;
     std::string log_path;   // optional frame log with timestamps

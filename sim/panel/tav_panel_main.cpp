@@ -1,11 +1,12 @@
 // tav_panel_emu: the emulated front panel for people and shell scripts.
 //
-//   tav_panel_emu --root DIR [--silent] [--firmware MAIN.MINOR.BUILD] [--log FILE]
-//                 [--hold-ms N] [--baud N] [--record FILE]
+//   tav_panel_emu --root DIR | --device PATH [--silent] [--firmware MAIN.MINOR.BUILD]
+//                 [--log FILE] [--hold-ms N] [--baud N] [--record FILE]
 //                 [--serve | --replay FILE [--speed N] [--expect]]
 //
 // On a terminal it shows the panel and maps the PC keyboard to the keys.
 // Otherwise it reads commands, one a line, from standard input (see usage()).
+// --device: the panel on an existing terminal or unix socket (a VM's UART).
 // --serve: no interaction at all; serve the program until SIGINT or SIGTERM.
 // --baud: the line's rate both ways (default 19200, as the panel's line; 0:
 // bytes move at once).
@@ -70,9 +71,11 @@ void restore_tty() {
 }
 
 void usage() {
-    fputs("usage: tav_panel_emu --root DIR [--silent] [--firmware MAIN.MINOR.BUILD] [--log FILE]\n"
-          "                     [--hold-ms N] [--baud N] [--record FILE]\n"
+    fputs("usage: tav_panel_emu --root DIR | --device PATH [--silent] [--firmware MAIN.MINOR.BUILD]\n"
+          "                     [--log FILE] [--hold-ms N] [--baud N] [--record FILE]\n"
           "                     [--serve | --replay FILE [--speed N] [--expect]]\n"
+          "  --device PATH         the panel on an existing terminal device or unix socket\n"
+          "                        (e.g. a virtual machine's UART) instead of a pty of its own\n"
           "  --baud N              bytes move at N baud, 10 bits a byte, both ways (default\n"
           "                        19200, the panel's line; 0: at once)\n"
           "  --record FILE         every byte both ways, with times, into FILE\n"
@@ -431,6 +434,8 @@ int main(int argc, char** argv) {
         const bool has_value = i + 1 < argc;
         if (a == "--root" && has_value) {
             o.root = argv[++i];
+        } else if (a == "--device" && has_value) {
+            o.device = argv[++i];
         } else if (a == "--silent") {
             o.answer_handshake = false;
         } else if (a == "--firmware" && has_value) {
@@ -473,7 +478,7 @@ int main(int argc, char** argv) {
             return 2;
         }
     }
-    if (o.root.empty() || (serve && !replay_path.empty())) {
+    if ((o.root.empty() && o.device.empty()) || (serve && !replay_path.empty())) {
         usage();
         return 2;
     }

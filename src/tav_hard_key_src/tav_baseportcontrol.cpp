@@ -76,12 +76,6 @@ uint32_t key_waiting(void) {
 // flag is cleared or the port closed. Made once for the life of the process.
 const int m_tav_rx_wake_fd = tav_btool_event_new();
 
-uint64_t port_now_ms() {
-    struct timespec ts;
-    clock_gettime(CLOCK_MONOTONIC, &ts);
-    return static_cast<uint64_t>(ts.tv_sec) * 1000u + static_cast<uint64_t>(ts.tv_nsec) / 1000000u;
-}
-
 // Caller holds the transmit mutex.
 void port_close_locked(bool let_output_drain) {
     if (!m_tav_port_open.load()) {
@@ -90,7 +84,7 @@ void port_close_locked(bool let_output_drain) {
     int fd = m_tav_port_fd.load();
     if (let_output_drain) {
         tcdrain(fd);
-        uint64_t now = port_now_ms();
+        uint64_t now = tav_btool_mono_ms();
         uint64_t until = m_tav_tx_busy_until_ms + TAV_PORT_DRAIN_MARGIN_MS;
         if (until > now) {
             uint64_t wait = until - now;
@@ -124,7 +118,7 @@ int tav_port_write_locked(const void* frame, int len) {
     int n = tav_buart_write_bytes(m_tav_port_fd.load(),
                                   static_cast<char*>(const_cast<void*>(frame)), len);
     if (n > 0) {
-        uint64_t now = port_now_ms();
+        uint64_t now = tav_btool_mono_ms();
         uint64_t start = m_tav_tx_busy_until_ms > now ? m_tav_tx_busy_until_ms : now;
         // 10 bits per byte on the line.
         m_tav_tx_busy_until_ms =
@@ -178,9 +172,9 @@ void tav_sethardkey_event(int event) {
 }
 
 void tav_wait_hardkey_event(int32_t event, uint32_t timeout_ms) {
-    const uint64_t deadline = port_now_ms() + timeout_ms;
+    const uint64_t deadline = tav_btool_mono_ms() + timeout_ms;
     while ((tav_gethardkey_event() & event) == 0) {
-        const uint64_t now = port_now_ms();
+        const uint64_t now = tav_btool_mono_ms();
         if (now >= deadline) {
             return;
         }

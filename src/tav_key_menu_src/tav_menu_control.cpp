@@ -35,8 +35,6 @@
 
 namespace {
 
-// Version constant the library is opened with.
-constexpr uint32_t kMatrixLibVersion = 0x0100000A;
 // Handshakes per series before the panel is reported silent.
 constexpr uint8_t kHandshakesPerSeries = 20;
 // Library opens before the program gives up.
@@ -168,12 +166,6 @@ bool stopping(void) {
 // stop. Made once for the life of the process.
 const int m_tav_ctl_wake_fd = tav_btool_event_new();
 
-uint64_t mono_ms(void) {
-    timespec ts;
-    clock_gettime(CLOCK_MONOTONIC, &ts);
-    return static_cast<uint64_t>(ts.tv_sec) * 1000u + static_cast<uint64_t>(ts.tv_nsec) / 1000000u;
-}
-
 // Waits up to `ms` for the wake-up descriptor (and, with `keys`, for a key
 // report or panel answer); returns early on the first of them. Caller has
 // released the engine lock.
@@ -187,15 +179,15 @@ void wait_events(uint32_t ms, bool keys) {
 
 // A pause of the pass itself, the engine lock released meanwhile. It lasts
 // its whole length unless the program is told to stop, which ends it at once.
-void pass_sleep(std::unique_lock<std::recursive_mutex>& lock, uint32_t ms) {
+void pass_sleep(std::unique_lock<std::mutex>& lock, uint32_t ms) {
     const tav_menu_sleep_fn sleep = g_sleep.load();
     lock.unlock();
     run_wait_hook();
     if (sleep != real_sleep) {
         sleep(ms);
     } else {
-        const uint64_t end = mono_ms() + ms;
-        for (uint64_t now = mono_ms(); now < end && !stopping(); now = mono_ms()) {
+        const uint64_t end = tav_btool_mono_ms() + ms;
+        for (uint64_t now = tav_btool_mono_ms(); now < end && !stopping(); now = tav_btool_mono_ms()) {
             wait_events(static_cast<uint32_t>(end - now), false);
         }
     }
@@ -205,7 +197,7 @@ void pass_sleep(std::unique_lock<std::recursive_mutex>& lock, uint32_t ms) {
 // A wait of the pass for its next event: at most `ms`, ended early by a
 // wake-up (and, with `keys`, a key report or the panel's answer). With an
 // installed time source it simply sleeps `ms`, as no other thread runs.
-void pass_wait(std::unique_lock<std::recursive_mutex>& lock, uint32_t ms, bool keys) {
+void pass_wait(std::unique_lock<std::mutex>& lock, uint32_t ms, bool keys) {
     const tav_menu_sleep_fn sleep = g_sleep.load();
     lock.unlock();
     run_wait_hook();
@@ -229,7 +221,7 @@ uint32_t ms_to_next_second(void) {
 // silent panel or a missing library costs nothing while waiting. An
 // installed time source cannot report the answer during its sleep: with one,
 // the pass keeps a short pause (10 ms) and the next pass looks again.
-void pass_wait_attempt(std::unique_lock<std::recursive_mutex>& lock, bool answer) {
+void pass_wait_attempt(std::unique_lock<std::mutex>& lock, bool answer) {
     constexpr uint32_t kInstalledClockPauseMs = 10;
     const uint32_t ms = ms_to_next_second();
     const bool installed = g_sleep.load() != real_sleep;
@@ -268,7 +260,7 @@ void pass_open_library(void) {
     if (ms_since_reset() > 999) {
         CheckCount++;
         tav_menu_ctl_cleartime();
-        pmatrixDllHandle = tav_matrix_open(kMatrixLibVersion);
+        pmatrixDllHandle = tav_matrix_open(TAV_MATRIX_OPEN_VERSION);
     }
     if (pmatrixDllHandle != nullptr) {
         CheckCount = 0;
@@ -284,7 +276,7 @@ void pass_open_library(void) {
     }
 }
 
-void pass_load_main(std::unique_lock<std::recursive_mutex>& lock) {
+void pass_load_main(std::unique_lock<std::mutex>& lock) {
     show_rows(3, 4);
     pass_sleep(lock, 1000);
     if (stopping()) {
@@ -336,7 +328,7 @@ void run_tick(void) {
     }
 }
 
-void pass_normal(std::unique_lock<std::recursive_mutex>& lock) {
+void pass_normal(std::unique_lock<std::mutex>& lock) {
     if (tav_port_take_reopened()) {
         // The panel came back (and may have lost its picture): draw the
         // current page and its LEDs again on the next pass.
@@ -374,11 +366,6 @@ void pass_normal(std::unique_lock<std::recursive_mutex>& lock) {
 
 } // namespace
 
-std::recursive_mutex& tav_menu_engine_mutex(void) {
-    static std::recursive_mutex m;
-    return m;
-}
-
 void tav_menu_ctl_set_time_source(tav_menu_clock_fn now, tav_menu_sleep_fn sleep) {
     g_clock.store(now != nullptr ? now : real_clock);
     g_sleep.store(sleep != nullptr ? sleep : real_sleep);
@@ -397,7 +384,6 @@ void tav_menu_sleep_ms(uint32_t ms) {
 }
 
 void tav_menu_ctl_set_tick_handlers(const TAV_MENU_TICK_HANDLERS* handlers) {
-    std::lock_guard<std::recursive_mutex> g(tav_menu_engine_mutex());
     g_tick = handlers != nullptr ? *handlers : kDefaultTickHandlers;
 }
 
@@ -410,12 +396,11 @@ uint32_t tav_menu_ctl_wait_ms(void) {
 }
 
 uint8_t tav_menu_ctl_get_count_10s(void) {
-    std::lock_guard<std::recursive_mutex> g(tav_menu_engine_mutex());
     return count_10s;
 }
 
 void tav_menu_control(void) {
-    std::unique_lock<std::recursive_mutex> lock(tav_menu_engine_mutex());
+    std::unique_lock<std::mutex> lock(tav_menu_engine_mutex());
     // Wake-ups that arrive from here on end this pass's wait; what the
     // earlier ones announced is looked at below.
     tav_btool_event_take(m_tav_ctl_wake_fd);
@@ -470,7 +455,6 @@ void tav_menu_control(void) {
 }
 
 void tav_menu_ctl_init(void) {
-    std::lock_guard<std::recursive_mutex> g(tav_menu_engine_mutex());
     tav_menu_ctl_cleartime();
     tav_menu_init();
     tav_eth_init();
@@ -493,7 +477,6 @@ void tav_menu_ctl_init(void) {
 }
 
 void tav_menu_ctl_distory(void) {
-    std::lock_guard<std::recursive_mutex> g(tav_menu_engine_mutex());
     tav_menu_ctl_cleartime();
     tav_eth_clear();
     tav_version_clear();
@@ -510,19 +493,16 @@ void tav_menu_ctl_distory(void) {
 }
 
 void tav_menu_update(TAV_ENUM_MENUSTATUS menuwhich) {
-    std::lock_guard<std::recursive_mutex> g(tav_menu_engine_mutex());
     g_tav_menu_event = EVENT_UPDATE;
     g_tav_menu = menuwhich;
     tav_menu_wake();
 }
 
 void tav_menu_ctl_cleartime(void) {
-    std::lock_guard<std::recursive_mutex> g(tav_menu_engine_mutex());
     currenttime = timecount = tav_menu_now();
 }
 
 void tav_menu_clear_timer_counter(void) {
-    std::lock_guard<std::recursive_mutex> g(tav_menu_engine_mutex());
     tav_menu_ctl_cleartime();
     count_10s = 0;
 }

@@ -20,8 +20,11 @@
 //     core's signals.
 // All menu-engine state (current menu and start-up event, timers, port
 // tables, line buffers, module states of the menus, lock flag, and the LCD
-// and LED output of a page) is guarded by one engine lock, a recursive mutex,
-// tav_menu_engine_mutex():
+// and LED output of a page) is guarded by one engine lock, a plain mutex
+// defined beside that state (tav_menu_engine_mutex(), tav_menu_var.h). It is
+// taken in four places only: the pass, the listener's dispatch, and the
+// program's set-up and tear-down. Everything else runs under one of them and
+// never takes it:
 //   * tav_menu_control() holds it for the whole work of a pass and releases
 //     it only while the pass itself waits. A normal pass takes at most one
 //     key report; when it has nothing more to do at once (no redraw asked
@@ -76,10 +79,9 @@
 //     tav_matrix_irq_open() on a closed listener first waits for the old
 //     thread's end (and refuses if it has not ended), then empties the pipe
 //     and the queue, so nothing meant for the old listener is handled.
-//   * tav_menu_ctl_init(), tav_menu_ctl_distory() and tav_menu_update() take
-//     it too (it is recursive, so callers that already hold it are fine);
-//     tav_dev_destory() takes it for the engine's tear-down, and the reboot
-//     notice runs the shutdown from inside a dispatch.
+//   * the program's set-up holds it around tav_menu_ctl_init() and its
+//     tear-down around tav_dev_destory(); a reboot notice runs the same
+//     shutdown from inside the listener's dispatch, which already holds it.
 // Frames are serialised separately, below this lock, by the port's transmit
 // mutex, so a frame is never split or interleaved on the line.
 // The signal handler takes no lock: it only clears the atomic run flags and
@@ -99,7 +101,6 @@
 #pragma once
 
 #include <cstdint>
-#include <mutex>
 
 #include "tav_menu_var.h"
 
@@ -114,9 +115,6 @@ void tav_listen_hardkey(void);
 void tav_nomal_work(void);
 void tav_nomal_display(void);
 uint8_t tav_menu_ctl_get_startport(uint8_t* port_list, uint8_t maxport, uint8_t selectPort);
-
-// The engine lock described above.
-std::recursive_mutex& tav_menu_engine_mutex(void);
 
 // Time source of the controller and of the menus' pauses. The program uses
 // the wall clock (tav_btool_get_runtime) and real sleeps; tests install

@@ -228,19 +228,28 @@ bool fetch(TAV_MATRIX_OBJ_SIGNAL_FLAG* record) {
            tav_matrix_get_inner_signal_information(pmatrixDllHandle, record) == 0;
 }
 
+// The listener's only take of the engine lock, never a wait: with the lock
+// free, the queued records and then `record` (if any) are handled.
+bool try_dispatch(const TAV_MATRIX_OBJ_SIGNAL_FLAG* record) {
+    std::unique_lock<std::mutex> engine(tav_menu_engine_mutex(), std::try_to_lock);
+    if (!engine.owns_lock()) {
+        return false;
+    }
+    tav_matrix_irq_dispatch_queued();
+    if (record != nullptr) {
+        dispatch_record(*record);
+    }
+    return true;
+}
+
 // One wake-up byte: the record is fetched now. With the engine free it is
 // handled at once (after any that wait); otherwise it joins the queue and
 // wakes the controller, whose next pass takes it.
 void on_wake_up(void) {
-    std::recursive_mutex& engine = tav_menu_engine_mutex();
     TAV_MATRIX_OBJ_SIGNAL_FLAG record;
-    if (engine.try_lock()) {
-        tav_matrix_irq_dispatch_queued();
-        if (fetch(&record)) {
-            dispatch_record(record);
-        }
-        engine.unlock();
-    } else if (fetch(&record)) {
+    if (!fetch(&record)) {
+        try_dispatch(nullptr);
+    } else if (!try_dispatch(&record)) {
         const uint32_t tail = m_irq_tail.load(std::memory_order_relaxed);
         m_irq_queue[tail % k_queue_len] = record;
         m_irq_tail.store(tail + 1, std::memory_order_release);
@@ -325,7 +334,6 @@ void tav_matrix_irq_open(void) {
 }
 
 void tav_matrix_irq_close(void) {
-    std::lock_guard<std::recursive_mutex> lock(tav_menu_engine_mutex());
     m_irq_closed.store(true);
     // Before the library is open (or when it never opened) there is nothing
     // to unregister, and the library must never see a null handle.
@@ -374,9 +382,8 @@ void* tav_matrix_irq_thread(void* arg) {
             }
         }
         pipe_ok = drain_pipe(fd);
-        if (queued() > 0 && tav_menu_engine_mutex().try_lock()) {
-            tav_matrix_irq_dispatch_queued();
-            tav_menu_engine_mutex().unlock();
+        if (queued() > 0) {
+            try_dispatch(nullptr);
         }
     }
     m_irq_thread_running.store(false);

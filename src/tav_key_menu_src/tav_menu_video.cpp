@@ -450,7 +450,6 @@ static void tav_lock_file_failed(const char* what, int err) {
 }
 
 void tav_update_to_lock(uint8_t update_or_press) {
-    std::lock_guard<std::recursive_mutex> guard(tav_menu_engine_mutex());
     int fd = tav_lock_open();
     if (fd < 0) {
         if (update_or_press == 1)

@@ -285,12 +285,13 @@ TEST(E2e, OperatorSession) {
 
     // Switch-all: video input 5 to every output.
     press_keys(sb, {KEY_MENU, KEY_MENU, 1, 1, 0, 5});
-    ASSERT_TRUE(wait_state( // the TAKE blink comes after the text on the line
+    // The TAKE blink follows the text on the line.
+    ASSERT_TRUE(wait_state(
         sb,
         [](const auto& s) {
             return s.lcd[1].substr(20, 15) == "Video in05=>ALL" && s.led_blink == leds({KEY_TAKE});
         },
-        "in05 and TAKE blinking"));
+        "in05 with TAKE blinking"));
     press_key(sb, KEY_TAKE);
     ASSERT_TRUE(wait_lines(sb, kHomeTop, port_line("VISW: ", std::vector<int>(11, 5)), 10s));
     for (const auto& [out, r] : core_routes(sb)) {

@@ -163,7 +163,7 @@ class MenuTest : public ::testing::Test {
         }
         std::filesystem::create_directories(root() + "/sim");
         std::filesystem::remove_all(root() + "/nandflash/config/.tav_lock_fp");
-        std::lock_guard<std::recursive_mutex> lk(tav_menu_engine_mutex());
+        std::lock_guard<std::mutex> lk(tav_menu_engine_mutex());
         tav_menu_ctl_set_time_source(fake_clock, fake_sleep);
         tav_menu_ctl_set_tick_handlers(nullptr);
         fakematrix::reset();
@@ -183,7 +183,7 @@ class MenuTest : public ::testing::Test {
         tavtest::PanelCapture::get().clear();
     }
     void TearDown() override {
-        std::lock_guard<std::recursive_mutex> lk(tav_menu_engine_mutex());
+        std::lock_guard<std::mutex> lk(tav_menu_engine_mutex());
         tav_menu_strcfg_defaults();
         tav_menu_ctl_set_time_source(nullptr, nullptr);
         unsetenv("TAV_SYSLOG_FILE");

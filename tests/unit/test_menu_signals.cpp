@@ -25,6 +25,7 @@ class Signals : public MenuTest {
     void SetUp() override {
         MenuTest::SetUp();
         tav_matrix_irq_open();
+        EXPECT_TRUE(log_lines().empty()); // the thread started without a complaint
         fakematrix::state().calls.clear();
     }
     void TearDown() override {
@@ -224,7 +225,7 @@ class SignalThreads : public Signals {
     // dispatch has let go of the engine.
     static bool wait_fetches(int n) {
         wait_until([n] { return fakematrix::signal_fetches() >= n; });
-        std::lock_guard<std::recursive_mutex> lk(tav_menu_engine_mutex());
+        std::lock_guard<std::mutex> lk(tav_menu_engine_mutex());
         return fakematrix::signal_fetches() == n;
     }
 };
@@ -239,7 +240,7 @@ TEST_F(SignalThreads, OneDispatchPerWakeUpByte) {
     // Three signals while a pass holds the engine: each record is fetched at
     // its wake-up, and all are handled in order once the engine is free.
     {
-        std::lock_guard<std::recursive_mutex> lk(tav_menu_engine_mutex());
+        std::lock_guard<std::mutex> lk(tav_menu_engine_mutex());
         g_tav_menu = menu_aud_display;
         for (int n : {2, 3, 4}) {
             ASSERT_TRUE(fakematrix::raise_signal(n == 4 ? ACON : VCON, 0));
@@ -251,7 +252,7 @@ TEST_F(SignalThreads, OneDispatchPerWakeUpByte) {
     // The callback only writes its byte: a burst far larger than the pipe
     // holds does not block the library, and the listener goes on.
     {
-        std::lock_guard<std::recursive_mutex> lk(tav_menu_engine_mutex());
+        std::lock_guard<std::mutex> lk(tav_menu_engine_mutex());
         set_bits(0x0001); // wakes, no handler
         for (int i = 0; i < 100000; ++i) {
             tav_matrix_irq_callback(0);

@@ -44,13 +44,13 @@ TEST_P(ThreadsSignalDuringPause, IsHandledAfterThePass) {
     tav_menu_set_switch_all_mode(1);
     tav_matrix_irq_open();
     {
-        std::lock_guard<std::recursive_mutex> pass(tav_menu_engine_mutex());
+        std::lock_guard<std::mutex> pass(tav_menu_engine_mutex());
         keys(c.keys);
     }
     EXPECT_EQ(fakematrix::calls_starting("set_video_switch_done").size(), 1u);
     ASSERT_TRUE(fakematrix::raise_signal(TAV_MATRIX_SIG_VIDEO_CONNECT, 0));
     EXPECT_TRUE(wait_until([] {
-        std::lock_guard<std::recursive_mutex> lk(tav_menu_engine_mutex());
+        std::lock_guard<std::mutex> lk(tav_menu_engine_mutex());
         return g_tav_menu == menu_hot_plug && tav_menu_card_plug_get_status() == 2;
     }));
     EXPECT_EQ(fakematrix::calls_starting("get_card_information"),
@@ -68,7 +68,7 @@ INSTANTIATE_TEST_SUITE_P(
 TEST_F(MenuTest, ThreadsNothingDispatchedAfterTearDown) {
     tav_matrix_irq_open();
     {
-        std::lock_guard<std::recursive_mutex> lk(tav_menu_engine_mutex());
+        std::lock_guard<std::mutex> lk(tav_menu_engine_mutex());
         ASSERT_TRUE(fakematrix::raise_signal(TAV_MATRIX_SIG_VIDEO_CONNECT, 0));
         ASSERT_TRUE(wait_until([] { return fakematrix::signal_fetches() == 1; }));
         tav_menu_ctl_distory(); // returns once the listener has ended

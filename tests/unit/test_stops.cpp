@@ -141,7 +141,7 @@ TEST_F(Stops, AQueuedSignalIsHandledByTheNextPass) {
     tav_matrix_irq_open();
     g_tav_menu = menu_vid_display;
     {
-        std::lock_guard<std::recursive_mutex> lk(tav_menu_engine_mutex());
+        std::lock_guard<std::mutex> lk(tav_menu_engine_mutex());
         const int fetches = fakematrix::signal_fetches();
         ASSERT_TRUE(fakematrix::raise_signal(TAV_MATRIX_SIG_VIDEO_CONNECT, 0));
         ASSERT_TRUE(wait_until([&] { return fakematrix::signal_fetches() == fetches + 1; }));
