@@ -126,12 +126,7 @@ std::string library_call(Conn& c, const std::vector<std::string>& w) {
     } else if (v == "get_video_pipe_io" || v == "get_audio_pipe_io") {
         rc = port_dir(g_ch, (int)arg(w, 1), audio, false);
     } else if (v == "get_video_switch_state" || v == "get_audio_switch_state") {
-        const int out = (int)arg(w, 1);
-        if (out < 1 || out > g_ch.ports ||
-            (audio ? g_ch.port[out].adir : g_ch.port[out].vdir) != em_matrix_out)
-            rc = -2;
-        else
-            rc = audio ? g_ch.port[out].aroute : g_ch.port[out].vroute;
+        rc = route_of(g_ch, audio, (int)arg(w, 1));
     } else if (v == "set_video_switch" || v == "set_audio_switch" ||
                v == "stash_video_switch_data" || v == "stash_audio_switch_data") {
         const int in = (int)arg(w, 1), out = (int)arg(w, 2);
@@ -217,13 +212,17 @@ struct CtlOut {
     void line(const std::string& s) { text += "| " + s + "\n"; }
 };
 
+// Moves a card to `state` and raises the signals of the change.
+void change_card(long slot, int32_t state) {
+    std::vector<Signal> sigs;
+    set_card_state(g_ch, (int)slot, state, sigs);
+    raise_all(sigs);
+}
+
 void card_normal_later(int slot, int ms) {
     after(ms, [slot] {
-        if (g_ch.cards[slot].state != em_matrix_card_online)
-            return; // pulled meanwhile
-        std::vector<Signal> sigs;
-        set_card_state(g_ch, slot, em_matrix_card_normal, sigs);
-        raise_all(sigs);
+        if (g_ch.cards[slot].state == em_matrix_card_online) // else pulled meanwhile
+            change_card(slot, em_matrix_card_normal);
     });
 }
 
@@ -286,13 +285,13 @@ std::string ctl_clear_log(const Words&, CtlOut&) {
     return "";
 }
 
-// The card slot named by w[2], or an error text in `err`.
-Card* slot_card(const Words& w, long& slot, std::string& err) {
-    slot = num(w, 2);
-    if (slot >= 1 && slot <= kMaxSlots)
-        return &g_ch.cards[slot];
-    err = "slot must be 1.." + std::to_string(kMaxSlots);
-    return nullptr;
+// The card commands: the slot (w[2]) is checked before their handler runs.
+template <std::string (*Fn)(const Words&, long, Card&)>
+std::string with_slot(const Words& w, CtlOut&) {
+    const long slot = num(w, 2);
+    if (slot < 1 || slot > kMaxSlots)
+        return "slot must be 1.." + std::to_string(kMaxSlots);
+    return Fn(w, slot, g_ch.cards[slot]);
 }
 
 // Describes a new card the way the chassis file does and takes its ports.
@@ -326,62 +325,41 @@ std::string place_new_card(const Words& w, long slot, size_t& i) {
     return "";
 }
 
-std::string ctl_insert(const Words& w, CtlOut&) {
-    long slot;
-    std::string err;
-    Card* k = slot_card(w, slot, err);
-    if (!k)
-        return err;
+std::string ctl_insert(const Words& w, long slot, Card& k) {
     int delay = g_normal_delay_ms;
     size_t i = 3;
     if (w.size() > 4 && (w[3] == "in" || w[3] == "out")) {
-        err = place_new_card(w, slot, i);
+        const std::string err = place_new_card(w, slot, i);
         if (!err.empty())
             return err;
-    } else if (!k->defined) {
+    } else if (!k.defined) {
         return "slot " + w[2] +
                " has no card in the chassis: insert SLOT in|out FIRST-LAST [av|video|audio]";
-    } else if (k->state != em_matrix_card_offline) {
+    } else if (k.state != em_matrix_card_offline) {
         return "slot " + w[2] + " is occupied";
     }
     for (; i + 1 < w.size(); i += 2)
         if (w[i] == "--delay")
             delay = (int)num(w, i + 1, delay);
-    std::vector<Signal> sigs;
-    set_card_state(g_ch, (int)slot, em_matrix_card_online, sigs);
+    change_card(slot, em_matrix_card_online);
     card_normal_later((int)slot, delay < 0 ? 0 : delay);
-    raise_all(sigs);
     return "";
 }
 
-std::string ctl_pull(const Words& w, CtlOut&) {
-    long slot;
-    std::string err;
-    Card* k = slot_card(w, slot, err);
-    if (!k)
-        return err;
-    if (!k->defined || k->state == em_matrix_card_offline)
+std::string ctl_pull(const Words& w, long slot, Card& k) {
+    if (!k.defined || k.state == em_matrix_card_offline)
         return "slot " + w[2] + " is empty";
-    std::vector<Signal> sigs;
-    set_card_state(g_ch, (int)slot, em_matrix_card_offline, sigs);
-    raise_all(sigs);
+    change_card(slot, em_matrix_card_offline);
     return "";
 }
 
-std::string ctl_cardstate(const Words& w, CtlOut&) {
-    long slot;
-    std::string err;
-    Card* k = slot_card(w, slot, err);
-    if (!k)
-        return err;
+std::string ctl_cardstate(const Words& w, long slot, Card& k) {
     int32_t st = 0;
-    if (!k->defined)
+    if (!k.defined)
         return "slot " + w[2] + " holds no card";
     if (w.size() < 4 || !parse_state(w[3], st))
         return kBadUsage;
-    std::vector<Signal> sigs;
-    set_card_state(g_ch, (int)slot, st, sigs);
-    raise_all(sigs);
+    change_card(slot, st);
     return "";
 }
 
@@ -497,13 +475,12 @@ std::string ctl_fail(const Words& w, CtlOut&) {
 }
 
 std::string ctl_edid(const Words& w, CtlOut& o) {
-    const long p = num(w, 2);
     const std::string kind = w.size() > 3 ? w[3] : "";
-    const bool port = p >= 1 && p <= g_ch.ports;
-    const Edid* e = kind == "default"        ? &g_ch.default_edid
-                    : port && kind == "in"   ? &g_ch.port[p].own
-                    : port && kind == "load" ? &g_ch.port[p].load
-                                             : nullptr;
+    const Edid* e = edid_of(g_ch, (int)num(w, 2),
+                            kind == "default" ? em_matrix_edid_default
+                            : kind == "in"    ? em_matrix_edid_in
+                            : kind == "load"  ? em_matrix_edid_load
+                                              : -1);
     if (!e)
         return kBadUsage;
     o.line(to_hex(e->data(), e->size()));
@@ -521,9 +498,9 @@ constexpr CtlCommand kCtlCommands[] = {
     {"state", 0, "state", ctl_state},
     {"log", 0, "log [-r] [PREFIX...]", ctl_log},
     {"clear-log", 0, "clear-log", ctl_clear_log},
-    {"insert", 0, "insert SLOT [in|out A-B [av|video|audio]] [--delay MS]", ctl_insert},
-    {"pull", 0, "pull SLOT", ctl_pull},
-    {"cardstate", 0, "cardstate SLOT STATE", ctl_cardstate},
+    {"insert", 0, "insert SLOT [in|out A-B [av|video|audio]] [--delay MS]", with_slot<ctl_insert>},
+    {"pull", 0, "pull SLOT", with_slot<ctl_pull>},
+    {"cardstate", 0, "cardstate SLOT STATE", with_slot<ctl_cardstate>},
     {"update", 0, "update start|run SLOT | set PCT | finish | end | fail", ctl_update},
     {"reboot", 1, "reboot OPTION", ctl_reboot},
     {"raise", 0, "raise BITS [PARAM] [--src S] [--thread T] [--count N]", ctl_raise},

@@ -176,14 +176,14 @@ class MenuTest : public ::testing::Test {
     // The ports of each kind in the fake library and the engine's tables,
     // then the switching modules' start state on the home page.
     void device(const Ports& video, const Ports& audio) {
-        auto& ports = fakematrix::state().ports;
+        auto& ports = fakematrix::state().port;
         ports = {};
         int top = 1;
         for (bool v : {true, false}) {
             const Ports& p = v ? video : audio;
             for (bool in : {true, false}) {
                 for (int n : in ? p.in : p.out) {
-                    (v ? ports[n].vio : ports[n].aio) = in ? em_matrix_in : em_matrix_out;
+                    (v ? ports[n].vdir : ports[n].adir) = in ? em_matrix_in : em_matrix_out;
                     top = std::max(top, n);
                 }
             }
@@ -216,13 +216,7 @@ class MenuTest : public ::testing::Test {
     static std::string lcd(int line) { return panel().lcd[line]; }
     static std::vector<std::string> calls() { return fakematrix::state().calls; }
     static bool redraw_requested() { return g_tav_menu_event == EVENT_UPDATE; }
-    static void set_card(int slot, int32_t status) {
-        std::lock_guard<std::mutex> g(fakematrix::mutex());
-        TAV_MATRIX_OBJ_CARD c{};
-        c.slot_id = static_cast<uint32_t>(slot);
-        c.card_status = status;
-        fakematrix::state().cards[slot] = c;
-    }
+    static void set_card(int slot, int32_t status) { fakematrix::set_card(slot, status); }
     static std::vector<std::string> trace() {
         std::lock_guard<std::mutex> g(fakematrix::mutex());
         return fakematrix::state().table_trace;

@@ -145,18 +145,16 @@ TEST_F(Edid, CopyCallsAndBytes) {
         EXPECT_EQ(tool_calls("tav_echo_clean_edid").size(), c.cleans);
     }
     fakematrix::state().get_edid_result = fakematrix::state().set_edid_result = 0;
-    std::vector<uint8_t> src(300);
+    tavsim::Edid src;
     for (size_t i = 0; i < src.size(); ++i)
         src[i] = static_cast<uint8_t>(i * 7);
-    auto& edid = fakematrix::state().edid;
-    edid[{3, em_matrix_edid_in}] = src;
+    auto& port = fakematrix::state().port;
+    port[3].own = src;
     ASSERT_EQ(edid_copy_down(3, 5), 0);
-    EXPECT_EQ(edid[std::make_pair(5, int32_t{em_matrix_edid_in})],
-              std::vector<uint8_t>(src.begin(), src.begin() + 256));
-    ASSERT_EQ(edid_copy_down(0, 6), 0); // nothing read: the buffer's start, 0xFF then zeros
-    std::vector<uint8_t> blank(256, 0);
-    blank[0] = 0xFF;
-    EXPECT_EQ(edid[std::make_pair(6, int32_t{em_matrix_edid_in})], blank);
+    EXPECT_EQ(port[5].own, src);
+    fakematrix::state().default_edid = tavsim::make_edid("DEFAULT", 1);
+    ASSERT_EQ(edid_copy_down(0, 6), 0); // source 0: the default EDID
+    EXPECT_EQ(port[6].own, fakematrix::state().default_edid);
 }
 
 // Network display: the tool's first line, zero-padded into the page.

@@ -301,8 +301,8 @@ TEST_F(SwitchAll, TakeSwitchesEveryOutputTheLibraryReports) {
     device({range(1, 4), range(5, 8)}, {});
     // Port 9 is of neither direction; port 10 is an output the panel's list
     // does not know yet: the library's answer counts.
-    fakematrix::state().ports[9].vio = em_matrix_mix;
-    fakematrix::state().ports[10].vio = em_matrix_out;
+    fakematrix::state().port[9].vdir = em_matrix_mix;
+    fakematrix::state().port[10].vdir = em_matrix_out;
     TAV_DEF_MAX_PORT = 12;
     enter(1);
     keys("3RT");

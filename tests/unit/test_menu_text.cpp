@@ -361,8 +361,8 @@ TEST_F(MenuTest, TakeBlinkSentOnChangesOnly) {
 class PortTables : public MenuTest, public ::testing::WithParamInterface<bool> {
   protected:
     void port(int p, int32_t io, int32_t route = 0) {
-        auto& fp = fakematrix::state().ports[static_cast<size_t>(p)];
-        (GetParam() ? fp.vio : fp.aio) = io;
+        auto& fp = fakematrix::state().port[static_cast<size_t>(p)];
+        (GetParam() ? fp.vdir : fp.adir) = io;
         (GetParam() ? fp.vroute : fp.aroute) = route;
     }
     static void rebuild() { GetParam() ? load_main_set_up() : load_main_aud_set_up(); }
@@ -378,7 +378,7 @@ class PortTables : public MenuTest, public ::testing::WithParamInterface<bool> {
 };
 
 TEST_P(PortTables, ListsInOrderWithRoutesAndOnlyInputsAndOutputs) {
-    fakematrix::state().ports = {};
+    fakematrix::state().port = {};
     port(1, em_matrix_in);
     port(2, em_matrix_mix, 7);
     port(3, em_matrix_ioundefine, 7);
