@@ -19,6 +19,7 @@
 //   tav_bench [--gtest_filter=Bench.KeyLatency*] [--keys N] [--seconds S]
 #include <dirent.h>
 #include <dlfcn.h>
+#include <getopt.h>
 #include <gtest/gtest.h>
 #include <sys/uio.h>
 #include <unistd.h>
@@ -492,11 +493,16 @@ TEST(Bench, CpuWithTheOpenRefused) {
 
 int main(int argc, char** argv) {
     ::testing::InitGoogleTest(&argc, argv);
-    for (int i = 1; i + 1 < argc; ++i) {
-        if (std::strcmp(argv[i], "--keys") == 0) {
-            g_keys = std::max(2, std::atoi(argv[i + 1]));
-        } else if (std::strcmp(argv[i], "--seconds") == 0) {
-            g_cpu_seconds = std::max(1, std::atoi(argv[i + 1]));
+    // Besides Google Test's own: --keys N, --seconds N; anything else is ignored.
+    static const option kOptions[] = {{"keys", required_argument, nullptr, 'k'},
+                                      {"seconds", required_argument, nullptr, 's'},
+                                      {}};
+    opterr = 0;
+    for (int opt; (opt = getopt_long(argc, argv, "", kOptions, nullptr)) != -1;) {
+        if (opt == 'k') {
+            g_keys = std::max(2, std::atoi(optarg));
+        } else if (opt == 's') {
+            g_cpu_seconds = std::max(1, std::atoi(optarg));
         }
     }
     return RUN_ALL_TESTS();

@@ -251,6 +251,16 @@ long num(const Words& w, size_t i, long dflt = -1) {
     return arg(w, i, dflt);
 }
 
+// The number after the word `name` among the NAME VALUE pairs from w[first]
+// on (the last one given counts); `dflt` when absent.
+long named(const Words& w, size_t first, const std::string& name, long dflt) {
+    long v = dflt;
+    for (size_t i = first; i + 1 < w.size(); i += 2)
+        if (w[i] == name)
+            v = num(w, i + 1, dflt);
+    return v;
+}
+
 std::string ctl_state(const Words&, CtlOut& o) {
     std::istringstream in(describe(g_ch));
     std::string l;
@@ -326,7 +336,6 @@ std::string place_new_card(const Words& w, long slot, size_t& i) {
 }
 
 std::string ctl_insert(const Words& w, long slot, Card& k) {
-    int delay = g_normal_delay_ms;
     size_t i = 3;
     if (w.size() > 4 && (w[3] == "in" || w[3] == "out")) {
         const std::string err = place_new_card(w, slot, i);
@@ -338,11 +347,9 @@ std::string ctl_insert(const Words& w, long slot, Card& k) {
     } else if (k.state != em_matrix_card_offline) {
         return "slot " + w[2] + " is occupied";
     }
-    for (; i + 1 < w.size(); i += 2)
-        if (w[i] == "--delay")
-            delay = (int)num(w, i + 1, delay);
+    const long delay = named(w, i, "--delay", g_normal_delay_ms);
     change_card(slot, em_matrix_card_online);
-    card_normal_later((int)slot, delay < 0 ? 0 : delay);
+    card_normal_later((int)slot, delay < 0 ? 0 : (int)delay);
     return "";
 }
 
@@ -405,18 +412,11 @@ std::string ctl_reboot(const Words& w, CtlOut&) {
 }
 
 std::string ctl_raise(const Words& w, CtlOut&) {
-    long bits = num(w, 2, -1), param = num(w, 3, 0), src = em_matrix_sig_src_core, count = 1,
-         tid = 0;
+    const long bits = num(w, 2, -1), param = num(w, 3, 0);
     if (bits < 0)
         return kBadUsage;
-    for (size_t i = 4; i + 1 < w.size(); i += 2) {
-        if (w[i] == "--src")
-            src = num(w, i + 1, src);
-        if (w[i] == "--count")
-            count = num(w, i + 1, 1);
-        if (w[i] == "--thread")
-            tid = num(w, i + 1, 0);
-    }
+    const long src = named(w, 4, "--src", em_matrix_sig_src_core),
+               count = named(w, 4, "--count", 1), tid = named(w, 4, "--thread", 0);
     for (long i = 0; i < count; ++i)
         raise_sig({(uint32_t)src, (uint32_t)tid, (uint32_t)param, (uint32_t)bits});
     return "";
