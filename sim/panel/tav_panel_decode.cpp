@@ -14,7 +14,6 @@ namespace {
 constexpr size_t MAX_LINE = 1 << 20;         // longest text line taken
 constexpr uint64_t MAX_REPEAT = 64ull << 20; // most bytes one hexdump '*' may stand for
 constexpr size_t JUNK_SHOWN = 32;            // malformed bytes printed per run
-constexpr uint8_t SUB_VERSION = 0x00, SUB_KEY = 0x07;
 
 int hex_digit(char c) {
     if (c >= '0' && c <= '9') {
@@ -106,7 +105,7 @@ constexpr std::array<const char*, K_COUNT> KIND_NAMES = {
 Kind classify(const std::vector<uint8_t>& f, std::string& words) {
     char b[96];
     const size_t n = f.size() >= 5 ? f[3] : 0; // data bytes
-    if (f.size() >= 6 && f[2] == 0x21 && f[4] == SUB_KEY && n >= 5) {
+    if (f.size() >= 6 && f[2] == TAV_COM_ORDER_BYTE && f[4] == TAV_SUB_KEY && n >= 5) {
         const uint32_t mask = mask_of(f.data() + 5);
         if (mask == 0) {
             words = "key release";
@@ -122,7 +121,8 @@ Kind classify(const std::vector<uint8_t>& f, std::string& words) {
         words = b;
         return K_MASK;
     }
-    if (f.size() >= 6 && f[2] == 0x21 && f[4] == SUB_VERSION && n == 6) {
+    if (f.size() >= 6 && f[2] == TAV_COM_ORDER_BYTE && f[4] == TAV_SUB_VERSION &&
+        n == 1 + TAV_COM_VERSION_LEN) {
         std::snprintf(b, sizeof b, "firmware version %u.%u build %u", f[6], f[7], f[8] | f[9]);
         words = b;
         return K_VERSION;

@@ -159,7 +159,8 @@ struct PanelEmulator::Impl {
     }
 
     static std::string describe_sent(const std::vector<uint8_t>& b) {
-        if (b.size() == 10 && b[3] == 5 && b[4] == 7) {
+        if (b.size() == TAV_COM_MASK_LEN + TAV_COM_FRAME_EXTRA && b[3] == 1 + TAV_COM_MASK_LEN &&
+            b[4] == TAV_SUB_KEY) {
             const uint32_t mask = mask_of(b.data() + 5);
             std::string k = "?";
             for (int i = 0; i < 32; ++i) {
@@ -169,7 +170,8 @@ struct PanelEmulator::Impl {
             }
             return (mask == 0 ? std::string("release") : "key " + k) + "  " + hex(b);
         }
-        if (b.size() == 11 && b[3] == 6 && b[4] == 0) {
+        if (b.size() == TAV_COM_VERSION_LEN + TAV_COM_FRAME_EXTRA &&
+            b[3] == 1 + TAV_COM_VERSION_LEN && b[4] == TAV_SUB_VERSION) {
             return "version " + hex(b);
         }
         return "raw " + hex(b);

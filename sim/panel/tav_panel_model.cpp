@@ -8,25 +8,15 @@ namespace tavpanel {
 
 namespace {
 
-constexpr uint8_t HEAD = 0xEB;
-constexpr uint8_t ADDR = 0x5F;
-constexpr uint8_t ORDER = 0x21;
-constexpr uint8_t CHECK_CMD = 0x0F;
-constexpr uint8_t CHECK_ERR = 0xA5;
-
 double now_s() {
     using namespace std::chrono;
     return duration<double>(steady_clock::now().time_since_epoch()).count();
 }
 
-std::vector<uint8_t> frame21(const std::vector<uint8_t>& data, uint8_t check) {
-    std::vector<uint8_t> f(data.size() + 5);
-    f[0] = HEAD;
-    f[1] = ADDR;
-    f[2] = ORDER;
-    f[3] = static_cast<uint8_t>(data.size());
-    std::copy(data.begin(), data.end(), f.begin() + 4);
-    f.back() = check;
+// A frame made by one of the protocol's builders.
+template <class Build> std::vector<uint8_t> built(Build build) {
+    std::vector<uint8_t> f(2 + TAV_COM_TEXT_MAX + TAV_COM_FRAME_EXTRA);
+    f.resize(static_cast<size_t>(build(f.data())));
     return f;
 }
 
@@ -82,16 +72,17 @@ uint32_t mask_of(const uint8_t* b) {
 PanelModel::PanelModel() : t0_(now_s()) {}
 
 FrameKind PanelModel::decode(const std::vector<uint8_t>& f, PanelState& st) {
-    if (f.size() < 5 || f[0] != HEAD || f[1] != ADDR || f[3] == 0 || f.size() != f[3] + 5u) {
+    if (f.size() < 5 || f[0] != TAV_COM_HEAD_BYTE || f[1] != TAV_COM_ADDR_BYTE || f[3] == 0 ||
+        f.size() != f[3] + 5u) {
         return FrameKind::malformed;
     }
     const uint8_t len = f[3];
     const uint8_t check = f.back();
     // The error reply carries its own order byte.
-    if (len == 1 && check == CHECK_ERR) {
+    if (len == 1 && check == TAV_COM_ERR_CHECK_BYTE) {
         return FrameKind::error_reply;
     }
-    if (f[2] != ORDER) {
+    if (f[2] != TAV_COM_ORDER_BYTE) {
         return FrameKind::unknown;
     }
     const uint8_t sub = f[4];
@@ -100,34 +91,34 @@ FrameKind PanelModel::decode(const std::vector<uint8_t>& f, PanelState& st) {
     FrameKind kind = FrameKind::unknown;
     bool ok = false;
     switch (sub) {
-    case 0:
+    case TAV_SUB_VERSION:
         kind = FrameKind::handshake;
         ok = n == 1 && d[0] == 0;
         break;
-    case 1:
-    case 2:
-    case 6:
-        kind = sub == 1   ? FrameKind::led_steady
-               : sub == 2 ? FrameKind::led_blink
-                          : FrameKind::key_enable;
-        ok = n == 4;
+    case TAV_SUB_LED_ON:
+    case TAV_SUB_LED_BLINK:
+    case TAV_SUB_KEY_ENABLE:
+        kind = sub == TAV_SUB_LED_ON      ? FrameKind::led_steady
+               : sub == TAV_SUB_LED_BLINK ? FrameKind::led_blink
+                                          : FrameKind::key_enable;
+        ok = n == TAV_COM_MASK_LEN;
         break;
-    case 3:
+    case TAV_SUB_BLINK_CYCLE:
         kind = FrameKind::blink_cycle;
         ok = n == 2 && d[0] == 1 && d[1] >= 1 && d[1] <= 20;
         break;
-    case 4:
+    case TAV_SUB_LCD_TEXT:
         kind = FrameKind::lcd_text;
         ok = n >= 3 && d[0] < LCD_LINES && d[1] < LCD_COLS && d[1] + (n - 2) <= size_t{LCD_COLS};
         break;
-    case 5:
+    case TAV_SUB_CURSOR:
         kind = FrameKind::cursor;
         ok = n == 2 && d[0] < LCD_LINES && d[1] < LCD_COLS;
         break;
     default:
         return FrameKind::unknown;
     }
-    if (!ok || check != CHECK_CMD) {
+    if (!ok || check != TAV_COM_CHECK_BYTE) {
         return FrameKind::malformed;
     }
     switch (kind) {
@@ -262,9 +253,9 @@ std::string describe(const std::vector<uint8_t>& f) {
 }
 
 std::vector<uint8_t> mask_frame(uint32_t mask, uint8_t check) {
-    return frame21({0x07, static_cast<uint8_t>(mask >> 24), static_cast<uint8_t>(mask >> 16),
-                    static_cast<uint8_t>(mask >> 8), static_cast<uint8_t>(mask)},
-                   check);
+    const uint8_t m[] = {static_cast<uint8_t>(mask >> 24), static_cast<uint8_t>(mask >> 16),
+                         static_cast<uint8_t>(mask >> 8), static_cast<uint8_t>(mask)};
+    return built([&](uint8_t* f) { return tav_com_mask_frame(f, TAV_SUB_KEY, m, check); });
 }
 
 std::vector<uint8_t> key_frame(int key, uint8_t check) {
@@ -281,7 +272,9 @@ std::vector<uint8_t> release_frame(uint8_t check) {
 
 std::vector<uint8_t> version_frame(uint8_t main, uint8_t minor, uint8_t build_hi, uint8_t build_lo,
                                    uint8_t check) {
-    return frame21({0x00, 0x00, main, minor, build_hi, build_lo}, check);
+    return built([&](uint8_t* f) {
+        return tav_com_version_frame(f, main, minor, build_hi, build_lo, check);
+    });
 }
 
 std::string hex(const std::vector<uint8_t>& bytes) {

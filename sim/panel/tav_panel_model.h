@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "tav_com_parser.h"
+#include "tav_com_protocol.h"
 
 namespace tavpanel {
 
@@ -68,7 +68,7 @@ struct Frame {
 };
 
 // Stream decoder for program-to-panel frames, on the program's own frame
-// parser (tav_com_parser.h). Frames may be split over any number of feed()
+// parser (tav_com_protocol.h). Frames may be split over any number of feed()
 // calls. The frame length comes from the length byte (the program does not
 // escape payload bytes, so a text may hold 0xEB); bytes that form no frame
 // are counted as garbage and skipped up to the next 0xEB.
@@ -129,11 +129,12 @@ class PanelModel {
 std::string describe(const std::vector<uint8_t>& frame);
 
 // Frames the panel sends. The check byte is 0x0F unless given.
-std::vector<uint8_t> key_frame(int key, uint8_t check = 0x0F);
-std::vector<uint8_t> mask_frame(uint32_t mask, uint8_t check = 0x0F); // key report with any mask
-std::vector<uint8_t> release_frame(uint8_t check = 0x0F);
+std::vector<uint8_t> key_frame(int key, uint8_t check = TAV_COM_CHECK_BYTE);
+// Key report with any mask.
+std::vector<uint8_t> mask_frame(uint32_t mask, uint8_t check = TAV_COM_CHECK_BYTE);
+std::vector<uint8_t> release_frame(uint8_t check = TAV_COM_CHECK_BYTE);
 std::vector<uint8_t> version_frame(uint8_t main, uint8_t minor, uint8_t build_hi, uint8_t build_lo,
-                                   uint8_t check = 0x0F);
+                                   uint8_t check = TAV_COM_CHECK_BYTE);
 
 // Human-readable hex ("EB 5F 21 ...").
 std::string hex(const std::vector<uint8_t>& bytes);

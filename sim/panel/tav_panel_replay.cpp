@@ -12,7 +12,7 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 bool is_key_frame(const TAV_COM_STRUCT& r) {
-    return r.com_order == 0x21 && r.com_buf[0] == 0x07;
+    return r.com_order == TAV_COM_ORDER_BYTE && r.com_buf[0] == TAV_SUB_KEY;
 }
 
 std::vector<uint8_t> frame_of(const TAV_COM_STRUCT& r) {

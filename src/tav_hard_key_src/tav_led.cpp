@@ -7,13 +7,10 @@
 #include <mutex>
 
 #include "tav_baseportcontrol.h"
+#include "tav_com_protocol.h"
 
 namespace {
 
-constexpr uint8_t TAV_SUB_LED_ON = 1;
-constexpr uint8_t TAV_SUB_LED_BLINK = 2;
-constexpr uint8_t TAV_SUB_BLINK_CYCLE = 3;
-constexpr uint8_t TAV_SUB_KEY_ENABLE = 6;
 constexpr int TAV_MASK_MAX_ID = 31;
 constexpr uint8_t TAV_BLINK_CYCLE_MAX = 20;
 
@@ -63,11 +60,8 @@ void tav_display_set_led(uint8_t cmd_id, uint8_t* ucledstatus) {
     }
     std::lock_guard<std::mutex> lk(tav_port_tx_mutex());
     memset(buffer, 0, sizeof buffer);
-    const uint8_t head[] = {0xEB, 0x5F, 0x21, 0x05, cmd_id};
-    memcpy(buffer, head, sizeof head);
-    memcpy(buffer + 5, ucledstatus, 4);
-    buffer[9] = 0x0F;
-    tav_port_write_locked(buffer, 10);
+    uint8_t* const frame = reinterpret_cast<uint8_t*>(buffer);
+    tav_port_write_locked(frame, tav_com_mask_frame(frame, cmd_id, ucledstatus));
 }
 
 uint8_t tav_display_led_mutil_on(uint8_t* ucwhichled, uint8_t ledlength) {
@@ -102,9 +96,8 @@ uint8_t tav_display_led_blink_cycle(uint8_t uccycle) {
     }
     std::lock_guard<std::mutex> lk(tav_port_tx_mutex());
     memset(buffer, 0, sizeof buffer);
-    const uint8_t frame[] = {0xEB, 0x5F, 0x21, 0x03, TAV_SUB_BLINK_CYCLE, 0x01, uccycle, 0x0F};
-    memcpy(buffer, frame, sizeof frame);
-    tav_port_write_locked(buffer, sizeof frame);
+    uint8_t* const frame = reinterpret_cast<uint8_t*>(buffer);
+    tav_port_write_locked(frame, tav_com_blink_cycle_frame(frame, uccycle));
     return 0;
 }
 
