@@ -158,21 +158,10 @@ struct PanelEmulator::Impl {
         log_line("->", describe_sent(bytes));
     }
 
+    // Bytes the panel sent: one frame in words with its bytes, or raw bytes.
     static std::string describe_sent(const std::vector<uint8_t>& b) {
-        if (b.size() == TAV_COM_MASK_LEN + TAV_COM_FRAME_EXTRA && b[3] == 1 + TAV_COM_MASK_LEN &&
-            b[4] == TAV_SUB_KEY) {
-            const uint32_t mask = mask_of(b.data() + 5);
-            std::string k = "?";
-            for (int i = 0; i < 32; ++i) {
-                if (mask == (uint32_t{1} << i)) {
-                    k = key_name(i);
-                }
-            }
-            return (mask == 0 ? std::string("release") : "key " + k) + "  " + hex(b);
-        }
-        if (b.size() == TAV_COM_VERSION_LEN + TAV_COM_FRAME_EXTRA &&
-            b[3] == 1 + TAV_COM_VERSION_LEN && b[4] == TAV_SUB_VERSION) {
-            return "version " + hex(b);
+        if (tavcom::classify(b) != FrameKind::malformed) {
+            return describe(b) + "  " + hex(b);
         }
         return "raw " + hex(b);
     }

@@ -24,15 +24,18 @@ enum Key : int {
     KEY_MENU = 15,
     KEY_LOCK = 16,
 };
-constexpr int KEY_COUNT = 17;
-// The LED that belongs to no key (on together with the LCD).
-constexpr int LED_LCD = 31;
+using tavcom::KEY_COUNT;
+using tavcom::LED_LCD;
 
-constexpr int LCD_LINES = 2;
-constexpr int LCD_COLS = 40;
+constexpr int LCD_LINES = TAV_COM_LCD_LINES;
+constexpr int LCD_COLS = TAV_COM_TEXT_MAX;
 
-// Short name of a key ("0".."9", "LEFT", ...); "?" for anything else.
-const char* key_name(int key);
+// Key names, masks, hex and the one frame describer come from the protocol.
+using tavcom::describe;
+using tavcom::hex;
+using tavcom::key_name;
+using tavcom::mask_names;
+using tavcom::mask_of;
 
 // What the program's frames have left on the panel.
 struct PanelState {
@@ -45,20 +48,8 @@ struct PanelState {
     int blink_cycle = 0;
 };
 
-// How a complete frame from the program was understood.
-enum class FrameKind {
-    led_steady,  // sub-command 1
-    led_blink,   // sub-command 2
-    blink_cycle, // sub-command 3
-    lcd_text,    // sub-command 4
-    cursor,      // sub-command 5
-    key_enable,  // sub-command 6
-    handshake,   // EB 5F 21 02 00 00 0F
-    error_reply, // EB 5F order 01 code A5
-    unknown,     // well-formed, but not a command the panel knows
-    malformed,   // known command with a wrong length, bad check byte or out-of-range field
-};
-const char* kind_name(FrameKind kind);
+// How a complete frame was understood.
+using FrameKind = tavcom::Kind;
 
 // One complete frame from the program, as bytes, with its arrival time.
 struct Frame {
@@ -93,9 +84,9 @@ class PanelModel {
     size_t malformed_frames() const { return malformed_; }
     // Bytes skipped outside any frame.
     size_t garbage_bytes() const { return garbage_; }
-    // Handshakes (EB 5F 21 02 00 00 0F) seen.
+    // Handshakes seen.
     size_t handshakes() const { return handshakes_; }
-    // Error replies (EB 5F order 01 code A5) seen.
+    // Error replies seen.
     size_t error_replies() const { return error_replies_; }
     // A freshly powered panel: blank LCD, LEDs off, no partial frame. The
     // counters and the frames seen are kept.
@@ -124,22 +115,12 @@ class PanelModel {
     double t0_ = 0;
 };
 
-// One line describing a frame for logs and the status line, e.g.
-// "lcd_text line 0 col 0 \"Hello\"" or "unknown EB 5F 22 ...".
-std::string describe(const std::vector<uint8_t>& frame);
-
-// Frames the panel sends. The check byte is 0x0F unless given.
+// Frames the panel sends, with the usual check byte unless given.
 std::vector<uint8_t> key_frame(int key, uint8_t check = TAV_COM_CHECK_BYTE);
 // Key report with any mask.
 std::vector<uint8_t> mask_frame(uint32_t mask, uint8_t check = TAV_COM_CHECK_BYTE);
 std::vector<uint8_t> release_frame(uint8_t check = TAV_COM_CHECK_BYTE);
 std::vector<uint8_t> version_frame(uint8_t main, uint8_t minor, uint8_t build_hi, uint8_t build_lo,
                                    uint8_t check = TAV_COM_CHECK_BYTE);
-
-// Human-readable hex ("EB 5F 21 ...").
-std::string hex(const std::vector<uint8_t>& bytes);
-
-// 4 mask bytes, most significant first, as a 32-bit mask.
-uint32_t mask_of(const uint8_t* bytes);
 
 } // namespace tavpanel

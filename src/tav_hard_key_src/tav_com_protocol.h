@@ -14,7 +14,10 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
 #include <cstring>
+#include <string>
+#include <vector>
 
 #include "tav_hardboard_var.h"
 
@@ -51,6 +54,8 @@ constexpr size_t TAV_COM_MASK_LEN = 4;    // payload of the mask sub-commands
 constexpr size_t TAV_COM_VERSION_LEN = 5; // payload of the panel's version: 00 main minor build
 constexpr size_t TAV_COM_FRAME_EXTRA = 6; // bytes of an order-21 frame besides its payload
 constexpr size_t TAV_COM_TEXT_MAX = 40;   // characters of one text frame: an LCD line
+constexpr uint8_t TAV_COM_LCD_LINES = 2;
+constexpr uint8_t TAV_COM_BLINK_CYCLE_MAX = 20;
 
 // Writes the frame EB 5F 21 len sub payload... check into `out`, which has
 // room for n + TAV_COM_FRAME_EXTRA bytes; returns the frame's length.
@@ -160,3 +165,256 @@ inline TAV_COM_STEP tav_com_step(TAV_COM_STRUCT* c, uint8_t b, bool head_in_body
     }
     }
 }
+
+// Frames in words: their kinds, one row per kind, and the one describer the
+// emulator's log and the capture decoder print.
+namespace tavcom {
+
+// Key numbers as the panel scans them (bit n of a key mask): 0-9 digits,
+// 10 LEFT, 11 RIGHT, 12 BREAK, 13 DEFAULT, 14 TAKE, 15 MENU, 16 LOCK.
+constexpr int KEY_COUNT = 17;
+constexpr int LED_LCD = 31; // the LED that belongs to no key (on with the LCD)
+
+// Short name of a key ("0".."9", "LEFT", ...); "?" for anything else.
+inline const char* key_name(int key) {
+    static const char* const names[KEY_COUNT] = {
+        "0", "1",    "2",     "3",     "4",       "5",    "6",    "7",   "8",
+        "9", "LEFT", "RIGHT", "BREAK", "DEFAULT", "TAKE", "MENU", "LOCK"};
+    return (key >= 0 && key < KEY_COUNT) ? names[key] : "?";
+}
+
+// 4 mask bytes, most significant first, as a 32-bit mask.
+inline uint32_t mask_of(const uint8_t* b) {
+    return (static_cast<uint32_t>(b[0]) << 24) | (static_cast<uint32_t>(b[1]) << 16) |
+           (static_cast<uint32_t>(b[2]) << 8) | b[3];
+}
+
+// Human-readable hex ("EB 5F 21 ...").
+inline std::string hex(const std::vector<uint8_t>& bytes) {
+    std::string s;
+    char b[8];
+    for (size_t i = 0; i < bytes.size(); ++i) {
+        std::snprintf(b, sizeof b, i ? " %02X" : "%02X", bytes[i]);
+        s += b;
+    }
+    return s;
+}
+
+// Names of the numbers set in an LED or key mask ("TAKE MENU LCD", "none").
+inline std::string mask_names(uint32_t mask) {
+    if (mask == 0) {
+        return "none";
+    }
+    if (mask == 0xFFFFFFFFu) {
+        return "all";
+    }
+    std::string s;
+    for (int n = 0; n < 32; ++n) {
+        if ((mask >> n) & 1u) {
+            s += s.empty() ? "" : " ";
+            s += n < KEY_COUNT ? key_name(n) : n == LED_LCD ? "LCD" : "#" + std::to_string(n);
+        }
+    }
+    return s;
+}
+
+// Kinds of complete frames, in the order of kRows.
+enum class Kind : uint8_t {
+    key_press,
+    key_release,
+    key_mask,
+    version,
+    handshake,
+    lcd_text,
+    cursor,
+    led_steady,
+    led_blink,
+    blink_cycle,
+    key_enable,
+    error_reply,
+    unknown,   // well-formed, but no kind the panel or the program knows
+    malformed, // a known sub-command that breaks its rule, or no frame at all
+};
+
+// One kind of frame. An order-21 frame is of the first row whose sub-command
+// it has and whose payload rule it meets; the check byte then has to be 0F
+// where `checked`. A frame of a known sub-command that meets no row's rule is
+// malformed, unless the sub-command's rows have no `sub_name`.
+struct Row {
+    Kind kind;
+    const char* name;     // the kind in words
+    int sub;              // -1: no sub-command row
+    const char* sub_name; // the sub-command, for a malformed frame
+    size_t min, max;      // payload bytes after the sub-command
+    bool checked;
+    bool (*fits)(const uint8_t* d, size_t n);          // further payload rule, or nullptr
+    std::string (*say)(const std::vector<uint8_t>& f); // describer: the whole frame
+};
+
+namespace detail {
+inline std::string fmt(const char* f, unsigned a, unsigned b) {
+    char s[96];
+    std::snprintf(s, sizeof s, f, a, b);
+    return s;
+}
+inline uint32_t mask(const std::vector<uint8_t>& f) {
+    return mask_of(f.data() + 5);
+}
+inline int single_key(uint32_t m) {
+    for (int k = 0; k < KEY_COUNT; ++k) {
+        if (m == (uint32_t{1} << k)) {
+            return k;
+        }
+    }
+    return -1;
+}
+inline std::string quoted(const uint8_t* p, size_t n) {
+    std::string s = "\"";
+    char b[8];
+    for (size_t i = 0; i < n; ++i) {
+        if (p[i] >= 0x20 && p[i] < 0x7F && p[i] != '"' && p[i] != '\\') {
+            s += static_cast<char>(p[i]);
+        } else {
+            std::snprintf(b, sizeof b, "\\x%02X", p[i]);
+            s += b;
+        }
+    }
+    return s + "\"";
+}
+// Names the sub-command from the table, so it is defined after it.
+inline std::string malformed(const std::vector<uint8_t>& f);
+} // namespace detail
+
+constexpr size_t kAnyLen = 255;
+
+inline constexpr Row kRows[] = {
+    {Kind::key_press, "key press", TAV_SUB_KEY, nullptr, TAV_COM_MASK_LEN, kAnyLen, false,
+     [](const uint8_t* d, size_t) { return detail::single_key(mask_of(d)) >= 0; },
+     [](const std::vector<uint8_t>& f) {
+         return std::string("key press ") + key_name(detail::single_key(detail::mask(f)));
+     }},
+    {Kind::key_release, "key release", TAV_SUB_KEY, nullptr, TAV_COM_MASK_LEN, kAnyLen, false,
+     [](const uint8_t* d, size_t) { return mask_of(d) == 0; },
+     [](const std::vector<uint8_t>&) { return std::string("key release"); }},
+    {Kind::key_mask, "key mask", TAV_SUB_KEY, nullptr, TAV_COM_MASK_LEN, kAnyLen, false, nullptr,
+     [](const std::vector<uint8_t>& f) {
+         char b[64];
+         std::snprintf(b, sizeof b, "key mask %08X (not one key: ignored)",
+                       static_cast<unsigned>(detail::mask(f)));
+         return std::string(b);
+     }},
+    {Kind::version, "firmware version", TAV_SUB_VERSION, "version/handshake", TAV_COM_VERSION_LEN,
+     TAV_COM_VERSION_LEN, false, nullptr,
+     [](const std::vector<uint8_t>& f) {
+         return detail::fmt("firmware version %u.%u", f[6], f[7]) + " build " +
+                std::to_string(f[8] | f[9]);
+     }},
+    {Kind::handshake, "handshake", TAV_SUB_VERSION, "version/handshake", 1, 1, true,
+     [](const uint8_t* d, size_t) { return d[0] == 0; },
+     [](const std::vector<uint8_t>&) {
+         return std::string("handshake (asks for the firmware version)");
+     }},
+    {Kind::lcd_text, "lcd text", TAV_SUB_LCD_TEXT, "lcd text", 3, kAnyLen, true,
+     [](const uint8_t* d, size_t n) {
+         return d[0] < TAV_COM_LCD_LINES && d[1] < TAV_COM_TEXT_MAX &&
+                d[1] + (n - 2) <= TAV_COM_TEXT_MAX;
+     },
+     [](const std::vector<uint8_t>& f) {
+         return detail::fmt("lcd line %u col %u ", f[5], f[6]) +
+                detail::quoted(f.data() + 7, f.size() - 8);
+     }},
+    {Kind::cursor, "cursor", TAV_SUB_CURSOR, "cursor", 2, 2, true,
+     [](const uint8_t* d, size_t) { return d[0] < TAV_COM_LCD_LINES && d[1] < TAV_COM_TEXT_MAX; },
+     [](const std::vector<uint8_t>& f) {
+         return detail::fmt("cursor line %u col %u", f[5], f[6]);
+     }},
+    {Kind::led_steady, "leds on", TAV_SUB_LED_ON, "leds on", TAV_COM_MASK_LEN, TAV_COM_MASK_LEN,
+     true, nullptr,
+     [](const std::vector<uint8_t>& f) { return "leds on: " + mask_names(detail::mask(f)); }},
+    {Kind::led_blink, "leds blinking", TAV_SUB_LED_BLINK, "leds blinking", TAV_COM_MASK_LEN,
+     TAV_COM_MASK_LEN, true, nullptr,
+     [](const std::vector<uint8_t>& f) { return "leds blinking: " + mask_names(detail::mask(f)); }},
+    {Kind::blink_cycle, "blink cycle", TAV_SUB_BLINK_CYCLE, "blink cycle", 2, 2, true,
+     [](const uint8_t* d, size_t) {
+         return d[0] == 0x01 && d[1] >= 1 && d[1] <= TAV_COM_BLINK_CYCLE_MAX;
+     },
+     [](const std::vector<uint8_t>& f) { return "blink cycle " + std::to_string(f[6]); }},
+    {Kind::key_enable, "keys enabled", TAV_SUB_KEY_ENABLE, "keys enabled", TAV_COM_MASK_LEN,
+     TAV_COM_MASK_LEN, true, nullptr,
+     [](const std::vector<uint8_t>& f) { return "keys enabled: " + mask_names(detail::mask(f)); }},
+    {Kind::error_reply, "error reply", -1, nullptr, 0, 0, false, nullptr,
+     [](const std::vector<uint8_t>& f) {
+         return detail::fmt("error reply order %02X code %02X", f[2], f[4]);
+     }},
+    {Kind::unknown, "unknown", -1, nullptr, 0, 0, false, nullptr,
+     [](const std::vector<uint8_t>& f) {
+         return detail::fmt("unknown frame order %02X sub-command %02X: ", f[2],
+                            f.size() > 5 ? f[4] : 0) +
+                hex(f);
+     }},
+    {Kind::malformed, "malformed frame", -1, nullptr, 0, 0, false, nullptr, detail::malformed},
+};
+constexpr size_t KIND_COUNT = sizeof kRows / sizeof kRows[0];
+static_assert(
+    [] {
+        for (size_t i = 0; i < KIND_COUNT; ++i) {
+            if (static_cast<size_t>(kRows[i].kind) != i) {
+                return false;
+            }
+        }
+        return KIND_COUNT == static_cast<size_t>(Kind::malformed) + 1;
+    }(),
+    "one row per kind, in the order of Kind");
+
+inline const Row& row(Kind k) {
+    return kRows[static_cast<size_t>(k)];
+}
+
+inline std::string detail::malformed(const std::vector<uint8_t>& f) {
+    if (f.size() == 4 && f[3] == 0) {
+        return "malformed frame (length 0; the program answers with an error reply): " + hex(f);
+    }
+    const char* what = "?";
+    for (const Row& r : kRows) {
+        if (f.size() > 5 && r.sub == f[4] && r.sub_name != nullptr) {
+            what = r.sub_name;
+            break;
+        }
+    }
+    return std::string("malformed frame (") + what + "): " + hex(f);
+}
+
+// The kind of one complete frame (head to check byte).
+inline Kind classify(const std::vector<uint8_t>& f) {
+    if (f.size() < 5 || f[0] != TAV_COM_HEAD_BYTE || f[1] != TAV_COM_ADDR_BYTE || f[3] == 0 ||
+        f.size() != f[3] + 5u) {
+        return Kind::malformed;
+    }
+    const uint8_t check = f.back();
+    if (f[3] == 1 && check == TAV_COM_ERR_CHECK_BYTE) {
+        return Kind::error_reply; // with any order byte
+    }
+    if (f[2] != TAV_COM_ORDER_BYTE) {
+        return Kind::unknown;
+    }
+    const size_t n = f[3] - 1u;
+    const Row* first = nullptr;
+    for (const Row& r : kRows) {
+        if (r.sub != f[4]) {
+            continue;
+        }
+        first = first != nullptr ? first : &r;
+        if (n >= r.min && n <= r.max && (r.fits == nullptr || r.fits(f.data() + 5, n))) {
+            return r.checked && check != TAV_COM_CHECK_BYTE ? Kind::malformed : r.kind;
+        }
+    }
+    return first != nullptr && first->sub_name != nullptr ? Kind::malformed : Kind::unknown;
+}
+
+// The one description of a frame, e.g. "key press TAKE" or
+// "lcd line 0 col 4 \"Hello\"".
+inline std::string describe(const std::vector<uint8_t>& f) {
+    return row(classify(f)).say(f);
+}
+
+} // namespace tavcom

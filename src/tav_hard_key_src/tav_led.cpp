@@ -12,7 +12,6 @@
 namespace {
 
 constexpr int TAV_MASK_MAX_ID = 31;
-constexpr uint8_t TAV_BLINK_CYCLE_MAX = 20;
 
 void mask_set(uint8_t mask[4], int n) {
     mask[3 - n / 8] = static_cast<uint8_t>(mask[3 - n / 8] | (1u << (n % 8)));
@@ -91,7 +90,7 @@ uint8_t tav_display_led_blink_all_off(void) {
 }
 
 uint8_t tav_display_led_blink_cycle(uint8_t uccycle) {
-    if (uartfid.load() < 0 || uccycle == 0 || uccycle > TAV_BLINK_CYCLE_MAX) {
+    if (uartfid.load() < 0 || uccycle == 0 || uccycle > TAV_COM_BLINK_CYCLE_MAX) {
         return 1;
     }
     std::lock_guard<std::mutex> lk(tav_port_tx_mutex());
