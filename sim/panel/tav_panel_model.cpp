@@ -93,7 +93,7 @@ void PanelModel::feed(const uint8_t* data, size_t len) {
     }
     for (size_t k = 0; k < len; ++k) {
         const uint8_t b = data[k];
-        // The panel reads the program's frames by their length: a 0xEB in a
+        // The panel reads the program's frames by their length: a head byte in a
         // text is data, not a new head.
         switch (tav_com_step(&rec_, b, false)) {
         case TAV_COM_STEP_HEAD:

@@ -61,8 +61,8 @@ struct Frame {
 // Stream decoder for program-to-panel frames, on the program's own frame
 // parser (tav_com_protocol.h). Frames may be split over any number of feed()
 // calls. The frame length comes from the length byte (the program does not
-// escape payload bytes, so a text may hold 0xEB); bytes that form no frame
-// are counted as garbage and skipped up to the next 0xEB.
+// escape payload bytes, so a text may hold the head byte); bytes that form no
+// frame are counted as garbage and skipped up to the next head byte.
 class PanelModel {
   public:
     PanelModel();
