@@ -225,16 +225,12 @@ int32_t tav_matrix_get_inner_signal_information(void*, TAV_MATRIX_OBJ_SIGNAL_FLA
         return g_state.signal_result;
     });
 }
-// A slot without a card answers with an unknown state.
 int32_t tav_matrix_get_card_information(void*, int32_t slot, TAV_MATRIX_OBJ_CARD* card) {
     return locked([&] {
         log_call("get_card_information", {slot});
         g_state.table_trace.push_back("card" + args({slot}));
         if (card != nullptr) {
             *card = tavsim::card_record(g_state, slot);
-            if (slot < 1 || slot > tavsim::kMaxSlots || !g_state.cards[slot].defined) {
-                card->card_status = em_matrix_card_unknown;
-            }
         }
         return g_state.card_result;
     });
