@@ -222,7 +222,7 @@ class Capture {
         std::fprintf(out_, "summary: %zu frames, %zu malformed bytes\n", total, malformed_);
         for (size_t k = 0; k < tavcom::KIND_COUNT; ++k) {
             if (counts_[k] > 0) {
-                std::fprintf(out_, "  %-17s %zu\n", tavcom::kRows[k].name, counts_[k]);
+                std::fprintf(out_, "  %-17s %zu\n", tavcom::ROWS[k].name, counts_[k]);
             }
         }
         for (int line = 0; line < LCD_LINES; ++line) {

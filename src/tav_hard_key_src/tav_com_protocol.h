@@ -218,7 +218,7 @@ inline std::string mask_names(uint32_t mask) {
     return s;
 }
 
-// Kinds of complete frames, in the order of kRows.
+// Kinds of complete frames, in the order of ROWS.
 enum class Kind : uint8_t {
     key_press,
     key_release,
@@ -285,18 +285,18 @@ inline std::string quoted(const uint8_t* p, size_t n) {
 inline std::string malformed(const std::vector<uint8_t>& f);
 } // namespace detail
 
-constexpr size_t kAnyLen = 255;
+constexpr size_t ANY_LEN = 255;
 
-inline constexpr Row kRows[] = {
-    {Kind::key_press, "key press", TAV_SUB_KEY, nullptr, TAV_COM_MASK_LEN, kAnyLen, false,
+inline constexpr Row ROWS[] = {
+    {Kind::key_press, "key press", TAV_SUB_KEY, nullptr, TAV_COM_MASK_LEN, ANY_LEN, false,
      [](const uint8_t* d, size_t) { return detail::single_key(mask_of(d)) >= 0; },
      [](const std::vector<uint8_t>& f) {
          return std::string("key press ") + key_name(detail::single_key(detail::mask(f)));
      }},
-    {Kind::key_release, "key release", TAV_SUB_KEY, nullptr, TAV_COM_MASK_LEN, kAnyLen, false,
+    {Kind::key_release, "key release", TAV_SUB_KEY, nullptr, TAV_COM_MASK_LEN, ANY_LEN, false,
      [](const uint8_t* d, size_t) { return mask_of(d) == 0; },
      [](const std::vector<uint8_t>&) { return std::string("key release"); }},
-    {Kind::key_mask, "key mask", TAV_SUB_KEY, nullptr, TAV_COM_MASK_LEN, kAnyLen, false, nullptr,
+    {Kind::key_mask, "key mask", TAV_SUB_KEY, nullptr, TAV_COM_MASK_LEN, ANY_LEN, false, nullptr,
      [](const std::vector<uint8_t>& f) {
          char b[64];
          std::snprintf(b, sizeof b, "key mask %08X (not one key: ignored)",
@@ -314,7 +314,7 @@ inline constexpr Row kRows[] = {
      [](const std::vector<uint8_t>&) {
          return std::string("handshake (asks for the firmware version)");
      }},
-    {Kind::lcd_text, "lcd text", TAV_SUB_LCD_TEXT, "lcd text", 3, kAnyLen, true,
+    {Kind::lcd_text, "lcd text", TAV_SUB_LCD_TEXT, "lcd text", 3, ANY_LEN, true,
      [](const uint8_t* d, size_t n) {
          return d[0] < TAV_COM_LCD_LINES && d[1] < TAV_COM_TEXT_MAX &&
                 d[1] + (n - 2) <= TAV_COM_TEXT_MAX;
@@ -354,11 +354,11 @@ inline constexpr Row kRows[] = {
      }},
     {Kind::malformed, "malformed frame", -1, nullptr, 0, 0, false, nullptr, detail::malformed},
 };
-constexpr size_t KIND_COUNT = sizeof kRows / sizeof kRows[0];
+constexpr size_t KIND_COUNT = sizeof ROWS / sizeof ROWS[0];
 static_assert(
     [] {
         for (size_t i = 0; i < KIND_COUNT; ++i) {
-            if (static_cast<size_t>(kRows[i].kind) != i) {
+            if (static_cast<size_t>(ROWS[i].kind) != i) {
                 return false;
             }
         }
@@ -367,7 +367,7 @@ static_assert(
     "one row per kind, in the order of Kind");
 
 inline const Row& row(Kind k) {
-    return kRows[static_cast<size_t>(k)];
+    return ROWS[static_cast<size_t>(k)];
 }
 
 inline std::string detail::malformed(const std::vector<uint8_t>& f) {
@@ -375,7 +375,7 @@ inline std::string detail::malformed(const std::vector<uint8_t>& f) {
         return "malformed frame (length 0; the program answers with an error reply): " + hex(f);
     }
     const char* what = "?";
-    for (const Row& r : kRows) {
+    for (const Row& r : ROWS) {
         if (f.size() > 5 && r.sub == f[4] && r.sub_name != nullptr) {
             what = r.sub_name;
             break;
@@ -399,7 +399,7 @@ inline Kind classify(const std::vector<uint8_t>& f) {
     }
     const size_t n = f[3] - 1u;
     const Row* first = nullptr;
-    for (const Row& r : kRows) {
+    for (const Row& r : ROWS) {
         if (r.sub != f[4]) {
             continue;
         }
