@@ -42,8 +42,7 @@ bool tav_menu_put_slot_number(int8_t* line, uint8_t slot) {
                 line[p] = '-';
                 line[p + 1] = '-';
             } else {
-                line[p] = static_cast<int8_t>('0' + slot / 10);
-                line[p + 1] = static_cast<int8_t>('0' + slot % 10);
+                tav_menu_put_digits(line, p, slot, 2);
             }
             return true;
         }

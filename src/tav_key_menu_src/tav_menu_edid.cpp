@@ -13,7 +13,6 @@
 #include "tav_menu_control.h"
 #include "tav_menu_display_str.h"
 #include "tav_menu_led.h"
-#include "tav_menu_reset.h"
 #include "tav_menu_strcfg.h"
 #include "tav_menu_var.h"
 
@@ -54,11 +53,6 @@ EM_MATRIX_IO_TYPE port_io(uint8_t port) {
     return g_tav_portbuf[port - 1].port_io;
 }
 
-void put_two_digits(int8_t* line, int col, uint8_t value) {
-    line[col] = static_cast<int8_t>('0' + (value / 10) % 10);
-    line[col + 1] = static_cast<int8_t>('0' + value % 10);
-}
-
 // Bottom line of the entry page: row 30 with the typed digits filled in.
 // Returns the column for the cursor request (40 = none).
 uint8_t compose_fields(int8_t* line, bool both_complete) {
@@ -68,10 +62,10 @@ uint8_t compose_fields(int8_t* line, bool both_complete) {
 
     if (both_complete) {
         if (src_col >= 0) {
-            put_two_digits(line, src_col, m_tav_edid_src);
+            tav_menu_put_digits(line, src_col, m_tav_edid_src, 2);
         }
         if (dest_col >= 0) {
-            put_two_digits(line, dest_col, m_tav_edid_dest);
+            tav_menu_put_digits(line, dest_col, m_tav_edid_dest, 2);
         }
         return kNoCursor;
     }
@@ -80,7 +74,7 @@ uint8_t compose_fields(int8_t* line, bool both_complete) {
     uint8_t typed = m_tav_edid_src;
     if (m_tav_edid_sel_port_step != 0) {
         if (src_col >= 0) {
-            put_two_digits(line, src_col, m_tav_edid_src);
+            tav_menu_put_digits(line, src_col, m_tav_edid_src, 2);
         }
         cur_col = dest_col;
         typed = m_tav_edid_dest;
@@ -90,7 +84,7 @@ uint8_t compose_fields(int8_t* line, bool both_complete) {
         return kNoCursor;
     }
     if (m_tav_edid_step != 0) {
-        line[cur_col] = static_cast<int8_t>('0' + typed % 10);
+        tav_menu_put_digits(line, cur_col, typed, 1);
         return static_cast<uint8_t>(cur_col + 1);
     }
     return static_cast<uint8_t>(cur_col);
@@ -235,28 +229,8 @@ void tav_edid(void) {
             m_tav_edid_sel_port_step = 0;
         }
         break;
-    default: // MENU, LOCK, BREAK, DEFAULT; TAKE does nothing
-        tav_menu_edid_leave_key(g_tav_button.press);
+    default: // TAKE does nothing
         break;
-    }
-}
-
-bool tav_menu_edid_leave_key(uint16_t press) {
-    switch (press) {
-    case TAV_PRESS_MENU:
-        tav_menu_update(menu_eth_select);
-        tav_menu_edid_clear(true);
-        return true;
-    case TAV_PRESS_LOCK:
-    case TAV_PRESS_BREAK:
-        tav_menu_update(menu_vid_display);
-        tav_menu_edid_clear(true);
-        return true;
-    case TAV_PRESS_DEFAULT:
-        tav_menu_reset_open();
-        return true;
-    default:
-        return false;
     }
 }
 

@@ -19,11 +19,6 @@ uint8_t tav_edid_step(TAV_STRUCT_KB_BUTTON* tav_key, uint8_t* tav_edid_port,
 uint8_t tav_get_port_result(uint8_t* sel_port_step);
 int32_t edid_copy_down(uint8_t src, uint8_t dest);
 
-// The keys that leave the EDID and switch-all menus: MENU to the network
-// choice and LOCK or BREAK home, both clearing this menu; DEFAULT to the
-// reset menu. Returns false for any other key.
-bool tav_menu_edid_leave_key(uint16_t press);
-
 // Outcome codes of the page (m_tav_edid_err).
 enum : uint8_t {
     TAV_EDID_ENTRY = 0,

@@ -11,7 +11,6 @@
 #include "tav_menu_av_switch.h"
 #include "tav_menu_control.h"
 #include "tav_menu_display_str.h"
-#include "tav_menu_edid.h"
 #include "tav_menu_event_analy.h"
 #include "tav_menu_led.h"
 
@@ -99,15 +98,9 @@ void tav_menu_switch_all(void) {
         if (m_tav_switch_step == 3)
             m_tav_switch_step = 5;
         break;
-    default: // MENU, LOCK, BREAK, DEFAULT
-        tav_menu_edid_leave_key(g_tav_button.press);
+    default:
         break;
     }
-}
-
-static void tav_swall_put_number(uint8_t column, uint8_t value) {
-    displaybuf[column] = (int8_t)('0' + (value / 10) % 10);
-    displaybuf[column + 1] = (int8_t)('0' + value % 10);
 }
 
 void tav_menu_switch_all_display(void) {
@@ -122,10 +115,10 @@ void tav_menu_switch_all_display(void) {
         tav_menu_get_spcstr(displaybuf, k.row_swall_entry);
         uint8_t cursor = 28;
         if (m_tav_switch_step == 2) {
-            displaybuf[28] = (int8_t)('0' + m_tav_switch_port % 10);
+            tav_menu_put_digits(displaybuf, 28, m_tav_switch_port, 1);
             cursor = 29;
         } else if (m_tav_switch_step == 3) {
-            tav_swall_put_number(28, m_tav_switch_port);
+            tav_menu_put_digits(displaybuf, 28, m_tav_switch_port, 2);
             cursor = 40;
         }
         tav_display_string(1, 0, displaybuf, 40);
@@ -141,7 +134,7 @@ void tav_menu_switch_all_display(void) {
             tav_menu_spc_display(displaybuf, k.row_swall_closing, k.row_swall_closing_wait);
         } else {
             tav_menu_get_spcstr(displaybuf, k.row_swall_switching);
-            tav_swall_put_number(26, m_tav_switch_port);
+            tav_menu_put_digits(displaybuf, 26, m_tav_switch_port, 2);
             tav_display_string(0, 0, displaybuf, 40);
             tav_menu_get_spcstr(displaybuf, k.row_swall_switching_wait);
             tav_display_string(1, 0, displaybuf, 40);

@@ -105,9 +105,7 @@ void put_percent(int8_t* line, uint8_t pct) {
     if (end < 3) {
         end = TAV_MENU_COLS;
     }
-    line[end - 3] = static_cast<int8_t>(pct >= 100 ? '0' + pct / 100 : ' ');
-    line[end - 2] = static_cast<int8_t>(pct >= 10 ? '0' + (pct / 10) % 10 : ' ');
-    line[end - 1] = static_cast<int8_t>('0' + pct % 10);
+    tav_menu_put_number(line, end, pct, 3);
 }
 
 void send_line(uint8_t line) {

@@ -112,76 +112,50 @@ TEST(StartPort, ViewStartAfterASwitch) {
     }
 }
 
-// Every menu's keys: the menu reached from `from` by the `via` keys, then
-// `key` leads to `to` with a redraw, or changes nothing (STAY).
-constexpr TAV_ENUM_MENUSTATUS STAY = menu_spc;
-struct NavCase {
-    TAV_ENUM_MENUSTATUS from;
-    const char* via;
-    char key;
-    TAV_ENUM_MENUSTATUS to;
+// Where the leave keys MENU, LEFT, BREAK, LOCK and DEFAULT lead from every
+// menu, as the menus' key tables give them (OWN: the menu's own key: paging,
+// a step back, or nothing). Each move is also taken through the dispatch.
+constexpr TAV_ENUM_MENUSTATUS OWN = TAV_MENU_STAY;
+struct LeaveRow {
+    TAV_ENUM_MENUSTATUS menu, to[5];
 };
 
-void PrintTo(const NavCase& c, std::ostream* os) {
-    *os << c.from << " " << c.via << " " << c.key;
-}
-
-class Navigation : public MenuTest, public ::testing::WithParamInterface<NavCase> {};
-
-TEST_P(Navigation, KeyLeadsTo) {
-    const NavCase& c = GetParam();
+TEST_F(MenuTest, LeaveKeysOfEveryMenu) {
     device({range(1, 8), range(9, 20)}, {range(1, 8), range(9, 20)});
-    g_tav_menu = c.from;
-    keys(c.via);
-    const TAV_ENUM_MENUSTATUS at = g_tav_menu;
-    g_tav_menu_event = EVENT_NOMAL;
-    fakematrix::state().calls.clear();
-    const char k[2] = {c.key, 0};
-    keys(k);
-    EXPECT_EQ(g_tav_menu, c.to == STAY ? at : c.to);
-    if (c.to == STAY || c.from == menu_vid_display || c.from == menu_aud_display) {
-        EXPECT_EQ(redraw_requested(), c.to != STAY);
+    constexpr auto VD = menu_vid_display, AD = menu_aud_display, SC = menu_shortcut,
+                   ES = menu_eth_select, ED = menu_eth_display, RS = menu_reset;
+    // clang-format off
+    const LeaveRow rows[] = {
+        {menu_spc, {OWN, OWN, OWN, OWN, OWN}},          {menu_hot_plug, {OWN, OWN, OWN, OWN, OWN}},
+        {VD, {meun_vid_io_display, OWN, OWN, VD, RS}},  {meun_vid_io_display, {AD, OWN, VD, VD, RS}},
+        {menu_vid_switch, {AD, OWN, VD, VD, RS}},       {AD, {meun_aud_io_display, OWN, VD, VD, RS}},
+        {meun_aud_io_display, {SC, OWN, VD, VD, RS}},   {menu_aud_switch, {SC, OWN, VD, VD, RS}},
+        {SC, {ES, OWN, VD, VD, RS}},                    {menu_switch_all, {ES, SC, VD, VD, RS}},
+        {menu_switch_vid_all, {ES, OWN, VD, VD, RS}},   {menu_switch_aud_all, {ES, OWN, VD, VD, RS}},
+        {menu_edid_switch, {ES, OWN, VD, VD, RS}},      {ES, {RS, OWN, VD, VD, RS}},
+        {ED, {RS, ES, VD, VD, RS}},                     {menu_eth_ip, {RS, ED, VD, VD, RS}},
+        {menu_eth_mac, {RS, ED, VD, VD, RS}},           {menu_eth_gate, {RS, ED, VD, VD, RS}},
+        {menu_eth_mask, {RS, ED, VD, VD, RS}},          {RS, {menu_display_version, OWN, VD, VD, OWN}},
+        {menu_display_version, {VD, OWN, VD, VD, RS}},  {menu_update, {OWN, OWN, OWN, OWN, OWN}},
+        {menu_lock, {OWN, OWN, OWN, OWN, OWN}},
+    };
+    // clang-format on
+    ASSERT_EQ(std::size(rows), menu_lock + 1u);
+    const uint16_t press[] = {TAV_PRESS_MENU, TAV_PRESS_LEFT, TAV_PRESS_BREAK, TAV_PRESS_LOCK,
+                              TAV_PRESS_DEFAULT};
+    for (const LeaveRow& r : rows) {
+        for (int k = 0; k < 5; ++k) {
+            EXPECT_EQ(tav_menu_ctl_leave_target(r.menu, press[k]), r.to[k]) << r.menu << " " << k;
+            if (r.to[k] == OWN)
+                continue;
+            g_tav_menu = r.menu;
+            g_tav_menu_event = EVENT_NOMAL;
+            keys(std::string(1, "MLBKD"[k]).c_str());
+            EXPECT_EQ(g_tav_menu, r.to[k]) << r.menu << " " << k;
+            EXPECT_TRUE(redraw_requested());
+        }
     }
-    EXPECT_TRUE(calls().empty());
 }
-
-constexpr auto VD = menu_vid_display, VL = meun_vid_io_display, AD = menu_aud_display,
-               AL = meun_aud_io_display, SC = menu_shortcut, SA = menu_switch_all,
-               ES = menu_eth_select, RS = menu_reset, VER = menu_display_version;
-// clang-format off
-INSTANTIATE_TEST_SUITE_P(Menus, Navigation, ::testing::Values(
-    NavCase{VD, "", 'M', VL}, NavCase{VD, "", 'K', VD}, NavCase{VD, "", 'B', STAY},
-    NavCase{VD, "", 'T', STAY}, NavCase{VD, "", 'D', RS},
-    NavCase{VL, "", 'M', AD}, NavCase{VL, "", 'B', VD}, NavCase{VL, "", 'T', STAY},
-    NavCase{VD, "1", 'L', VD}, NavCase{VD, "12", 'L', STAY}, NavCase{VD, "1", 'M', AD},
-    NavCase{VD, "12", 'B', VD}, NavCase{VD, "1", 'K', VD}, NavCase{VD, "12", 'T', STAY},
-    NavCase{VD, "1", 'D', RS},
-    NavCase{AD, "", 'M', AL}, NavCase{AD, "", 'B', VD}, NavCase{AD, "", 'T', STAY},
-    NavCase{AL, "", 'M', SC}, NavCase{AL, "", 'B', VD},
-    NavCase{AD, "1", 'L', AD}, NavCase{AD, "12", 'L', STAY}, NavCase{AD, "12", 'M', SC},
-    NavCase{AD, "1", 'B', VD}, NavCase{AD, "12", 'K', VD}, NavCase{AD, "12", 'D', RS},
-    NavCase{SC, "", '1', SA}, NavCase{SC, "", '7', menu_edid_switch}, NavCase{SC, "", '3', SC},
-    NavCase{SC, "", 'M', ES}, NavCase{SC, "", 'K', VD}, NavCase{SC, "", 'B', VD},
-    NavCase{SC, "", 'D', RS}, NavCase{SC, "", 'L', STAY}, 
-    NavCase{SC, "", 'T', STAY},
-    NavCase{SA, "", '1', menu_switch_vid_all}, NavCase{SA, "", '2', menu_switch_aud_all},
-    NavCase{SA, "", '3', STAY}, NavCase{SA, "", 'L', SC}, NavCase{SA, "", 'M', ES},
-    NavCase{SA, "", 'K', VD}, NavCase{SA, "", 'B', VD}, NavCase{SA, "", 'D', RS},
-    NavCase{SA, "", 'T', STAY},
-    NavCase{SA, "25", 'M', ES}, NavCase{SA, "15", 'K', VD}, NavCase{SA, "15", 'B', VD},
-    NavCase{SA, "25", 'D', RS},
-    NavCase{SC, "703", 'M', ES}, NavCase{SC, "703", 'B', VD}, NavCase{SC, "703", 'K', VD},
-    NavCase{SC, "703", 'D', RS}, NavCase{SC, "703", 'T', menu_edid_switch},
-    NavCase{ES, "", '3', STAY}, NavCase{ES, "", 'L', STAY}, 
-    NavCase{ES, "", 'M', RS}, NavCase{ES, "", 'D', RS},
-    NavCase{ES, "", 'B', VD}, NavCase{ES, "", 'K', VD},
-    NavCase{ES, "1", 'L', ES}, NavCase{ES, "1", '5', STAY}, NavCase{ES, "1", 'M', RS},
-    NavCase{ES, "1", 'B', VD}, NavCase{ES, "11", 'L', menu_eth_display}, NavCase{ES, "12", '2', STAY},
-    NavCase{ES, "14", 'D', RS}, NavCase{ES, "13", 'K', VD}, NavCase{ES, "13", 'R', STAY},
-    NavCase{RS, "1", 'B', VD}, NavCase{RS, "1", 'K', VD}, NavCase{RS, "", 'M', VER},
-    NavCase{VER, "R", 'M', VD}, NavCase{VER, "R", 'B', VD}, NavCase{VER, "R", 'K', VD},
-    NavCase{VER, "R", 'D', RS}, NavCase{VER, "R", 'T', STAY}));
-// clang-format on
 
 TEST_F(MenuTest, ShortcutMenuFollowsItsFlags) {
     bool_t* flags[] = {&g_tav_shortcut_key1, &g_tav_shortcut_key3, &g_tav_shortcut_key4,
