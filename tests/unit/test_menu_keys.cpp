@@ -155,6 +155,21 @@ TEST_F(MenuTest, LeaveKeysOfEveryMenu) {
             EXPECT_TRUE(redraw_requested());
         }
     }
+    // MENU, LOCK and BREAK leave the EDID entry and the reset steps cleared,
+    // DEFAULT keeps the entry; the reset menu always opens at its first step.
+    for (const char* k : {"M", "K", "B", "D"}) {
+        g_tav_menu = menu_edid_switch;
+        keys("1");
+        keys(k);
+        EXPECT_EQ(tav_menu_edid_get_state().src, *k == 'D' ? 1 : 0) << k;
+        g_tav_menu = RS;
+        keys("1");
+        keys(k);
+        EXPECT_EQ(tav_menu_reset_get_step(), *k == 'D' ? 1 : 0) << k;
+    }
+    g_tav_menu = VD;
+    keys("D");
+    EXPECT_EQ(tav_menu_reset_get_step(), 0);
 }
 
 TEST_F(MenuTest, ShortcutMenuFollowsItsFlags) {
