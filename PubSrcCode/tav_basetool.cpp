@@ -21,14 +21,8 @@ extern char** environ;
 
 namespace {
 
-uint64_t mono_ms(void) {
-    struct timespec ts;
-    clock_gettime(CLOCK_MONOTONIC, &ts);
-    return static_cast<uint64_t>(ts.tv_sec) * 1000u + static_cast<uint64_t>(ts.tv_nsec) / 1000000u;
-}
-
 int ms_left(uint64_t deadline) {
-    const uint64_t now = mono_ms();
+    const uint64_t now = tav_btool_mono_ms();
     return now >= deadline ? 0 : static_cast<int>(deadline - now);
 }
 
@@ -109,7 +103,7 @@ int wait_child(pid_t pid, uint64_t deadline) {
         nanosleep(&ts, nullptr);
     }
     kill(-pid, SIGKILL);
-    const uint64_t grace = mono_ms() + kReapAfterKillMs;
+    const uint64_t grace = tav_btool_mono_ms() + kReapAfterKillMs;
     while (waitpid(pid, &status, WNOHANG) == 0) {
         if (ms_left(grace) == 0) {
             leave_behind(pid);
@@ -142,6 +136,12 @@ void log_timeout(const char* func, const char* cmd, uint32_t timeout_ms) {
 
 } // namespace
 
+uint64_t tav_btool_mono_ms(void) {
+    struct timespec ts;
+    clock_gettime(CLOCK_MONOTONIC, &ts);
+    return static_cast<uint64_t>(ts.tv_sec) * 1000u + static_cast<uint64_t>(ts.tv_nsec) / 1000000u;
+}
+
 uint32_t tav_btool_stamp_of(const struct timeval* tv) {
     return static_cast<uint32_t>(tv->tv_sec) * 1000u + static_cast<uint32_t>(tv->tv_usec / 1000);
 }
@@ -163,7 +163,7 @@ int tav_btool_system(const char* shcmd) {
     const pid_t pid = spawn_shell(shcmd, -1);
     int status = -1;
     if (pid > 0) {
-        status = wait_child(pid, mono_ms() + TAV_BTOOL_TIMEOUT_MS);
+        status = wait_child(pid, tav_btool_mono_ms() + TAV_BTOOL_TIMEOUT_MS);
         if (status == -1) {
             log_timeout(__func__, shcmd, TAV_BTOOL_TIMEOUT_MS);
             return -1;
@@ -187,7 +187,7 @@ int tav_btool_run(const char* shcmd, char* buf, int len, uint32_t timeout_ms) {
     }
     ChildSignalDefault chld;
     reap_left_behind();
-    const uint64_t deadline = mono_ms() + timeout_ms;
+    const uint64_t deadline = tav_btool_mono_ms() + timeout_ms;
     const pid_t pid = spawn_shell(shcmd, fds[1]);
     close(fds[1]);
     if (pid < 0) {

@@ -13,6 +13,9 @@
 
 // Wall-clock milliseconds, unsigned 32-bit: compare stamps by unsigned difference.
 uint32_t tav_btool_get_runtime(void);
+// Milliseconds of the monotonic clock, for waits and bounds that must not
+// move with the wall clock.
+uint64_t tav_btool_mono_ms(void);
 // The stamp of a wall-clock reading (seconds * 1000 + microseconds / 1000,
 // modulo 2^32).
 uint32_t tav_btool_stamp_of(const struct timeval* tv);

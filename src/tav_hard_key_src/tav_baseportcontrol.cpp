@@ -51,7 +51,8 @@ char m_tav_port_param[32];
 // which then redraws the page.
 std::atomic<bool> m_tav_port_reopened{false};
 
-// Raised events, for a wait on them (tav_wait_hardkey_event). Made once.
+// Posted for every key report and raised event bit, for a wait on them
+// (tav_hardkey_event_fd). Made once.
 const int m_tav_event_fd = tav_btool_event_new();
 
 // Key reports in arrival order. Single producer (the receive thread), single
@@ -76,12 +77,6 @@ uint32_t key_waiting(void) {
 // flag is cleared or the port closed. Made once for the life of the process.
 const int m_tav_rx_wake_fd = tav_btool_event_new();
 
-uint64_t port_now_ms() {
-    struct timespec ts;
-    clock_gettime(CLOCK_MONOTONIC, &ts);
-    return static_cast<uint64_t>(ts.tv_sec) * 1000u + static_cast<uint64_t>(ts.tv_nsec) / 1000000u;
-}
-
 // Caller holds the transmit mutex.
 void port_close_locked(bool let_output_drain) {
     if (!m_tav_port_open.load()) {
@@ -90,7 +85,7 @@ void port_close_locked(bool let_output_drain) {
     int fd = m_tav_port_fd.load();
     if (let_output_drain) {
         tcdrain(fd);
-        uint64_t now = port_now_ms();
+        uint64_t now = tav_btool_mono_ms();
         uint64_t until = m_tav_tx_busy_until_ms + TAV_PORT_DRAIN_MARGIN_MS;
         if (until > now) {
             uint64_t wait = until - now;
@@ -124,7 +119,7 @@ int tav_port_write_locked(const void* frame, int len) {
     int n = tav_buart_write_bytes(m_tav_port_fd.load(),
                                   static_cast<char*>(const_cast<void*>(frame)), len);
     if (n > 0) {
-        uint64_t now = port_now_ms();
+        uint64_t now = tav_btool_mono_ms();
         uint64_t start = m_tav_tx_busy_until_ms > now ? m_tav_tx_busy_until_ms : now;
         // 10 bits per byte on the line.
         m_tav_tx_busy_until_ms =
@@ -175,17 +170,6 @@ void tav_uart_wake(void) {
 void tav_sethardkey_event(int event) {
     g_tav_event.fetch_or(event, std::memory_order_release);
     tav_btool_event_post(m_tav_event_fd);
-}
-
-void tav_wait_hardkey_event(int32_t event, uint32_t timeout_ms) {
-    const uint64_t deadline = port_now_ms() + timeout_ms;
-    while ((tav_gethardkey_event() & event) == 0) {
-        const uint64_t now = port_now_ms();
-        if (now >= deadline) {
-            return;
-        }
-        tav_btool_event_wait(m_tav_event_fd, static_cast<int>(deadline - now));
-    }
 }
 
 int tav_port_reopen_pause_ms(int previous_ms) {

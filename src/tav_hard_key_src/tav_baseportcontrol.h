@@ -34,8 +34,6 @@ void clear_uart_runflag(void);
 void tav_uart_wake(void);
 
 void tav_sethardkey_event(int event);
-// Waits until one of the `event` bits is set or `timeout_ms` have passed.
-void tav_wait_hardkey_event(int32_t event, uint32_t timeout_ms);
 int32_t tav_gethardkey_event(void);
 void tav_clear_keyevent(int event);
 void tav_sethardsend_event(int event);

@@ -35,8 +35,6 @@
 
 namespace {
 
-// Version constant the library is opened with.
-constexpr uint32_t kMatrixLibVersion = 0x0100000A;
 // Handshakes per series before the panel is reported silent.
 constexpr uint8_t kHandshakesPerSeries = 20;
 // Library opens before the program gives up.
@@ -254,12 +252,6 @@ bool stopping(void) {
 // stop. Made once for the life of the process.
 const int m_tav_ctl_wake_fd = tav_btool_event_new();
 
-uint64_t mono_ms(void) {
-    timespec ts;
-    clock_gettime(CLOCK_MONOTONIC, &ts);
-    return static_cast<uint64_t>(ts.tv_sec) * 1000u + static_cast<uint64_t>(ts.tv_nsec) / 1000000u;
-}
-
 // Waits up to `ms` for the wake-up descriptor (and, with `keys`, for a key
 // report or panel answer); returns early on the first of them. Caller has
 // released the engine lock.
@@ -280,8 +272,8 @@ void pass_sleep(std::unique_lock<std::mutex>& lock, uint32_t ms) {
     if (sleep != real_sleep) {
         sleep(ms);
     } else {
-        const uint64_t end = mono_ms() + ms;
-        for (uint64_t now = mono_ms(); now < end && !stopping(); now = mono_ms()) {
+        const uint64_t end = tav_btool_mono_ms() + ms;
+        for (uint64_t now = tav_btool_mono_ms(); now < end && !stopping(); now = tav_btool_mono_ms()) {
             wait_events(static_cast<uint32_t>(end - now), false);
         }
     }
@@ -354,7 +346,7 @@ void pass_open_library(void) {
     if (ms_since_reset() > 999) {
         CheckCount++;
         tav_menu_ctl_cleartime();
-        pmatrixDllHandle = tav_matrix_open(kMatrixLibVersion);
+        pmatrixDllHandle = tav_matrix_open(TAV_MATRIX_OPEN_VERSION);
     }
     if (pmatrixDllHandle != nullptr) {
         CheckCount = 0;
