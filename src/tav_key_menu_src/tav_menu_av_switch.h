@@ -100,6 +100,7 @@ bool tav_av_draw_status(TAV_AV_MENU& m, bool with_no_card_row);
 // The functions a switching menu module offers (tav_video, tav_video_io,
 // tav_video_switch_3S_timeout, tav_config_video_switch, ... for `video`),
 // defined over the module's TAV_AV_MENU `m`.
+// clang-format off
 #define TAV_AV_MENU_FUNCTIONS(kind, m)                                                             \
     void tav_##kind##_init(void) { tav_av_init(m); }                                               \
     void tav_##kind##_clear(void) { tav_av_clear(m); }                                             \
@@ -114,3 +115,4 @@ bool tav_av_draw_status(TAV_AV_MENU& m, bool with_no_card_row);
     void tav_##kind##_switch_3S_timeout(void) { tav_av_switch_timeout(m); }                        \
     void tav_config_##kind##_switch(void) { tav_av_config_switch(m); }                             \
     TAV_AV_SWITCH_STATE tav_##kind##_get_state(void) { return m.st; }
+// clang-format on

@@ -127,63 +127,54 @@ void clear_edid(void) {
 using TH = TAV_MENU_TICK_HANDLERS;
 constexpr auto VD = menu_vid_display;
 
-// Indexed by TAV_ENUM_MENUSTATUS.
+// Indexed by TAV_ENUM_MENUSTATUS. Leave keys: MENU, LEFT, BREAK, LOCK, DEFAULT.
+// clang-format off
 const MenuRow kMenuTable[] = {
     /* menu_spc             */ {nullptr, nullptr, kNoLeave, nullptr, nullptr, kNoTick},
     /* menu_hot_plug        */ {nullptr, tav_menu_card_plug_display, kNoLeave, nullptr, nullptr, kNoTick},
-    /* menu_vid_display     */
-    {tav_video, tav_video_display, {meun_vid_io_display, kStay, kStay, VD, menu_reset}, nullptr, nullptr,
-     kNoTick},
-    /* meun_vid_io_display  */
-    {tav_video_io, tav_video_io_display, cycle(menu_aud_display), nullptr, tav_video_reinit, kNoTick},
-    /* menu_vid_switch      */
-    {tav_video_switch, tav_video_switch_display, cycle(menu_aud_display), nullptr, nullptr,
-     kRefusal3s(&TH::video_switch_3s)},
-    /* menu_aud_display     */
-    {tav_audio, tav_audio_display, cycle(meun_aud_io_display), nullptr, nullptr, kNoTick},
-    /* meun_aud_io_display  */
-    {tav_audio_io, tav_audio_io_display, cycle(menu_shortcut), nullptr, tav_audio_reinit, kNoTick},
-    /* menu_aud_switch      */
-    {tav_audio_switch, tav_audio_switch_display, cycle(menu_shortcut), nullptr, nullptr,
-     kRefusal3s(&TH::audio_switch_3s)},
-    /* menu_shortcut        */
-    {tav_menu_sel, tav_menu_sel_display, cycle(menu_eth_select), clear_edid, nullptr, kNoTick},
-    /* menu_switch_all      */
-    {tav_menu_sel_av_swall, tav_menu_sel_av_swall_display,
-     {menu_eth_select, menu_shortcut, VD, VD, menu_reset}, clear_edid, nullptr, kNoTick},
-    /* menu_switch_vid_all  */
-    {tav_menu_switch_all, tav_menu_switch_all_display, cycle(menu_eth_select), clear_edid, nullptr,
-     kRefusal3s(&TH::switch_all_3s)},
-    /* menu_switch_aud_all  */
-    {tav_menu_switch_all, tav_menu_switch_all_display, cycle(menu_eth_select), clear_edid, nullptr,
-     kRefusal3s(&TH::switch_all_3s)},
-    /* menu_edid_switch     */
-    {tav_edid, tav_edid_display, cycle(menu_eth_select), clear_edid, nullptr, {6, 8, &TH::edid_err}},
-    /* menu_eth_select      */
-    {tav_eth_sec, tav_eth_sec_display, cycle(menu_reset), nullptr, nullptr, kNoTick},
-    /* menu_eth_display     */
-    {tav_eth_dis, tav_eth_dis_display, {menu_reset, menu_eth_select, VD, VD, menu_reset}, nullptr,
-     nullptr, kNoTick},
-    /* menu_eth_ip          */
-    {tav_eth_ip, tav_eth_ip_display, {menu_reset, menu_eth_display, VD, VD, menu_reset}, nullptr,
-     nullptr, kNoTick},
-    /* menu_eth_mac         */
-    {tav_eth_mac, tav_eth_mac_display, {menu_reset, menu_eth_display, VD, VD, menu_reset}, nullptr,
-     nullptr, kNoTick},
-    /* menu_eth_gate        */
-    {tav_eth_gate, tav_eth_gate_display, {menu_reset, menu_eth_display, VD, VD, menu_reset}, nullptr,
-     nullptr, kNoTick},
-    /* menu_eth_mask        */
-    {tav_eth_mask, tav_eth_mask_display, {menu_reset, menu_eth_display, VD, VD, menu_reset}, nullptr,
-     nullptr, kNoTick},
-    /* menu_reset           */
-    {tav_menu_reset, tav_menu_reset_display, {menu_display_version, kStay, VD, VD, kStay},
-     tav_menu_reset_clear, tav_menu_reset_clear, kNoTick},
-    /* menu_display_version */
-    {tav_version_sec, tav_version_display, cycle(VD), nullptr, tav_version_refreash, kNoTick},
+    /* menu_vid_display     */ {tav_video, tav_video_display,
+                                {meun_vid_io_display, kStay, kStay, VD, menu_reset}, nullptr, nullptr, kNoTick},
+    /* meun_vid_io_display  */ {tav_video_io, tav_video_io_display,
+                                cycle(menu_aud_display), nullptr, tav_video_reinit, kNoTick},
+    /* menu_vid_switch      */ {tav_video_switch, tav_video_switch_display,
+                                cycle(menu_aud_display), nullptr, nullptr, kRefusal3s(&TH::video_switch_3s)},
+    /* menu_aud_display     */ {tav_audio, tav_audio_display,
+                                cycle(meun_aud_io_display), nullptr, nullptr, kNoTick},
+    /* meun_aud_io_display  */ {tav_audio_io, tav_audio_io_display,
+                                cycle(menu_shortcut), nullptr, tav_audio_reinit, kNoTick},
+    /* menu_aud_switch      */ {tav_audio_switch, tav_audio_switch_display,
+                                cycle(menu_shortcut), nullptr, nullptr, kRefusal3s(&TH::audio_switch_3s)},
+    /* menu_shortcut        */ {tav_menu_sel, tav_menu_sel_display,
+                                cycle(menu_eth_select), clear_edid, nullptr, kNoTick},
+    /* menu_switch_all      */ {tav_menu_sel_av_swall, tav_menu_sel_av_swall_display,
+                                {menu_eth_select, menu_shortcut, VD, VD, menu_reset}, clear_edid, nullptr, kNoTick},
+    /* menu_switch_vid_all  */ {tav_menu_switch_all, tav_menu_switch_all_display,
+                                cycle(menu_eth_select), clear_edid, nullptr, kRefusal3s(&TH::switch_all_3s)},
+    /* menu_switch_aud_all  */ {tav_menu_switch_all, tav_menu_switch_all_display,
+                                cycle(menu_eth_select), clear_edid, nullptr, kRefusal3s(&TH::switch_all_3s)},
+    /* menu_edid_switch     */ {tav_edid, tav_edid_display,
+                                cycle(menu_eth_select), clear_edid, nullptr, {6, 8, &TH::edid_err}},
+    /* menu_eth_select      */ {tav_eth_sec, tav_eth_sec_display,
+                                cycle(menu_reset), nullptr, nullptr, kNoTick},
+    /* menu_eth_display     */ {tav_eth_dis, tav_eth_dis_display,
+                                {menu_reset, menu_eth_select, VD, VD, menu_reset}, nullptr, nullptr, kNoTick},
+    /* menu_eth_ip          */ {tav_eth_ip, tav_eth_ip_display,
+                                {menu_reset, menu_eth_display, VD, VD, menu_reset}, nullptr, nullptr, kNoTick},
+    /* menu_eth_mac         */ {tav_eth_mac, tav_eth_mac_display,
+                                {menu_reset, menu_eth_display, VD, VD, menu_reset}, nullptr, nullptr, kNoTick},
+    /* menu_eth_gate        */ {tav_eth_gate, tav_eth_gate_display,
+                                {menu_reset, menu_eth_display, VD, VD, menu_reset}, nullptr, nullptr, kNoTick},
+    /* menu_eth_mask        */ {tav_eth_mask, tav_eth_mask_display,
+                                {menu_reset, menu_eth_display, VD, VD, menu_reset}, nullptr, nullptr, kNoTick},
+    /* menu_reset           */ {tav_menu_reset, tav_menu_reset_display,
+                                {menu_display_version, kStay, VD, VD, kStay}, tav_menu_reset_clear,
+                                tav_menu_reset_clear, kNoTick},
+    /* menu_display_version */ {tav_version_sec, tav_version_display,
+                                cycle(VD), nullptr, tav_version_refreash, kNoTick},
     /* menu_update          */ {tav_menu_updating, tav_menu_updating_display, kNoLeave, nullptr, nullptr, kNoTick},
     /* menu_lock            */ {nullptr, tav_menu_lock_redraw, kNoLeave, nullptr, nullptr, kNoTick},
 };
+// clang-format on
 static_assert(sizeof kMenuTable / sizeof kMenuTable[0] == menu_lock + 1,
               "one entry per menu state");
 
@@ -273,7 +264,8 @@ void pass_sleep(std::unique_lock<std::mutex>& lock, uint32_t ms) {
         sleep(ms);
     } else {
         const uint64_t end = tav_btool_mono_ms() + ms;
-        for (uint64_t now = tav_btool_mono_ms(); now < end && !stopping(); now = tav_btool_mono_ms()) {
+        for (uint64_t now = tav_btool_mono_ms(); now < end && !stopping();
+             now = tav_btool_mono_ms()) {
             wait_events(static_cast<uint32_t>(end - now), false);
         }
     }
@@ -311,7 +303,10 @@ void pass_wait_attempt(std::unique_lock<std::mutex>& lock, bool answer) {
     constexpr uint32_t kInstalledClockPauseMs = 10;
     const uint32_t ms = ms_to_next_second();
     const bool installed = g_sleep.load() != real_sleep;
-    pass_wait(lock, ms == 0 ? 1 : installed && ms > kInstalledClockPauseMs ? kInstalledClockPauseMs : ms,
+    pass_wait(lock,
+              ms == 0                                    ? 1
+              : installed && ms > kInstalledClockPauseMs ? kInstalledClockPauseMs
+                                                         : ms,
               answer);
 }
 

@@ -124,7 +124,8 @@ void AddIP_GATE_MASK_0(char* buf) {
 }
 
 void tav_eth_sec(void) {
-    if (g_tav_button.press == TAV_PRESS_DIGIT && (g_tav_button.number == 1 || g_tav_button.number == 2)) {
+    if (g_tav_button.press == TAV_PRESS_DIGIT &&
+        (g_tav_button.number == 1 || g_tav_button.number == 2)) {
         m_eth_sec = static_cast<uint8_t>(g_tav_button.number - 1);
         tav_menu_update(menu_eth_display);
     }

@@ -42,8 +42,7 @@ void tav_poweron_resetlock(void) {
 // The lock file could not keep the state asked for by LOCK: logged once per
 // key, with the reason; the panel stays as it is.
 static void tav_lock_file_failed(const char* what, int err) {
-    tav_log(TAV_LOG_ERR, "func=[%s]lock file %s err:%s", "tav_update_to_lock", what,
-            strerror(err));
+    tav_log(TAV_LOG_ERR, "func=[%s]lock file %s err:%s", "tav_update_to_lock", what, strerror(err));
 }
 
 void tav_update_to_lock(uint8_t update_or_press) {
