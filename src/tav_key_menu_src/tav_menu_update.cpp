@@ -32,11 +32,17 @@ constexpr uint8_t k_failed_pct = 49;
 constexpr uint8_t k_first_card_slot = 1;
 constexpr uint8_t k_last_card_slot = 17;
 
-uint8_t m_tav_update_state;
-uint8_t m_tav_slot_id;
-uint8_t m_tav_update_percent;
-uint16_t m_tav_update_Count;
-uint16_t m_tav_update_timeout;
+// The page's state: its stage (k_state_*), the slot being updated, the last
+// percentage read, ticks the complete or error notice has stayed, and ticks
+// without a change of the percentage.
+struct UpdateState {
+    uint8_t state;
+    uint8_t slot_id;
+    uint8_t percent;
+    uint16_t count;
+    uint16_t timeout;
+};
+UpdateState m_tav_update;
 
 // Rows naming what is updated. Cards use one row with the slot number; the
 // system parts have rows of their own, and the two pages map them differently.
@@ -60,7 +66,8 @@ constexpr uint8_t k_unknown_error_row = 25;
 constexpr uint8_t k_percent_row = 24;
 
 uint8_t read_pct(void) {
-    return static_cast<uint8_t>(tav_matrix_get_iap_process_PCT(pmatrixDllHandle, m_tav_slot_id));
+    return static_cast<uint8_t>(
+        tav_matrix_get_iap_process_PCT(pmatrixDllHandle, m_tav_update.slot_id));
 }
 
 void redraw(void) {
@@ -78,13 +85,13 @@ bool is_card_slot(uint8_t slot) {
 // Loads the row naming the slot (progress or error page) into displaybuf.
 void load_slot_row(bool error_page) {
     uint8_t row = error_page ? k_unknown_error_row : k_unknown_progress_row;
-    if (is_card_slot(m_tav_slot_id)) {
+    if (is_card_slot(m_tav_update.slot_id)) {
         tav_menu_get_spcstr(displaybuf, error_page ? k_card_error_row : k_card_progress_row);
-        tav_menu_put_slot_number(displaybuf, m_tav_slot_id);
+        tav_menu_put_slot_number(displaybuf, m_tav_update.slot_id);
         return;
     }
     for (const SlotRows& part : k_system_parts) {
-        if (part.slot == m_tav_slot_id) {
+        if (part.slot == m_tav_update.slot_id) {
             row = error_page ? part.error_row : part.progress_row;
         }
     }
@@ -113,49 +120,49 @@ void send_line(uint8_t line) {
 }
 
 void tick_start(void) {
-    m_tav_update_percent = read_pct();
-    if (m_tav_update_percent > 100) {
-        m_tav_update_percent = 0;
+    m_tav_update.percent = read_pct();
+    if (m_tav_update.percent > 100) {
+        m_tav_update.percent = 0;
     }
-    if (m_tav_update_percent != 0) {
-        m_tav_update_timeout = 0;
-        m_tav_update_state = k_state_progress;
+    if (m_tav_update.percent != 0) {
+        m_tav_update.timeout = 0;
+        m_tav_update.state = k_state_progress;
         redraw();
     } else {
-        m_tav_update_timeout++;
+        m_tav_update.timeout++;
     }
 }
 
 void tick_progress(void) {
     const uint8_t pct = read_pct();
-    if (pct != m_tav_update_percent) {
-        m_tav_update_timeout = 0;
+    if (pct != m_tav_update.percent) {
+        m_tav_update.timeout = 0;
         if (pct == 100) {
-            m_tav_update_state = k_state_complete;
+            m_tav_update.state = k_state_complete;
         } else {
-            m_tav_update_percent = pct;
+            m_tav_update.percent = pct;
         }
         redraw();
     } else {
-        m_tav_update_timeout++;
+        m_tav_update.timeout++;
     }
 }
 
 void tick_complete(void) {
-    m_tav_update_percent = read_pct();
-    if (m_tav_update_percent <= k_failed_pct) {
-        m_tav_update_state = k_state_error;
-        m_tav_update_Count = 0;
-    } else if (m_tav_update_Count > k_notice_ticks) {
+    m_tav_update.percent = read_pct();
+    if (m_tav_update.percent <= k_failed_pct) {
+        m_tav_update.state = k_state_error;
+        m_tav_update.count = 0;
+    } else if (m_tav_update.count > k_notice_ticks) {
         leave(g_tav_lock ? menu_lock : menu_vid_display);
     } else {
-        m_tav_update_Count++;
+        m_tav_update.count++;
     }
 }
 
 void tick_error(void) {
-    m_tav_update_Count++;
-    if (m_tav_update_Count > k_notice_ticks) {
+    m_tav_update.count++;
+    if (m_tav_update.count > k_notice_ticks) {
         leave(menu_vid_display);
     } else {
         redraw();
@@ -165,50 +172,47 @@ void tick_error(void) {
 } // namespace
 
 void tav_menu_updating_init(void) {
-    m_tav_update_state = k_state_start;
-    m_tav_slot_id = 0;
-    m_tav_update_percent = 0;
-    m_tav_update_Count = 0;
-    m_tav_update_timeout = 0;
+    m_tav_update = {k_state_start, 0, 0, 0, 0};
 }
 
 void tav_menu_updating_clear(void) {
-    m_tav_update_percent = 0;
-    m_tav_slot_id = 0;
+    m_tav_update.percent = 0;
+    m_tav_update.slot_id = 0;
     tav_menu_update(menu_vid_display);
 }
 
 void tav_menu_updating_set(void) {
-    m_tav_update_state = k_state_start;
-    m_tav_slot_id = static_cast<uint8_t>(tav_matrix_get_iap_process_slotID(pmatrixDllHandle));
-    m_tav_update_Count = 0;
-    m_tav_update_timeout = 0;
+    m_tav_update.state = k_state_start;
+    m_tav_update.slot_id =
+        static_cast<uint8_t>(tav_matrix_get_iap_process_slotID(pmatrixDllHandle));
+    m_tav_update.count = 0;
+    m_tav_update.timeout = 0;
     tav_menu_update(menu_update);
     g_tav_lcd = true;
 }
 
 void tav_menu_updating_down(void) {
-    m_tav_update_percent = read_pct();
-    if (m_tav_update_percent <= k_failed_pct) {
-        m_tav_update_Count = 0;
-        m_tav_update_state = k_state_error;
+    m_tav_update.percent = read_pct();
+    if (m_tav_update.percent <= k_failed_pct) {
+        m_tav_update.count = 0;
+        m_tav_update.state = k_state_error;
     } else {
-        m_tav_update_state = k_state_complete;
+        m_tav_update.state = k_state_complete;
     }
     redraw();
 }
 
 void tav_menu_updating(void) {
-    switch (m_tav_update_state) {
+    switch (m_tav_update.state) {
     case k_state_start:
     case k_state_progress:
-        if (m_tav_update_state == k_state_start) {
+        if (m_tav_update.state == k_state_start) {
             tick_start();
         } else {
             tick_progress();
         }
-        if (m_tav_update_timeout > k_stall_ticks) {
-            m_tav_update_state = k_state_error;
+        if (m_tav_update.timeout > k_stall_ticks) {
+            m_tav_update.state = k_state_error;
             redraw();
         }
         break;
@@ -224,7 +228,7 @@ void tav_menu_updating(void) {
 }
 
 void tav_menu_updating_display(void) {
-    switch (m_tav_update_state) {
+    switch (m_tav_update.state) {
     case k_state_start:
         tav_menu_spc_display(displaybuf, 17, 18);
         break;
@@ -232,7 +236,7 @@ void tav_menu_updating_display(void) {
         load_slot_row(false);
         send_line(0);
         tav_menu_get_spcstr(displaybuf, k_percent_row);
-        put_percent(displaybuf, m_tav_update_percent);
+        put_percent(displaybuf, m_tav_update.percent);
         send_line(1);
         break;
     case k_state_complete:
@@ -251,5 +255,5 @@ void tav_menu_updating_display(void) {
 }
 
 uint8_t tav_menu_updating_get_state(void) {
-    return m_tav_update_state;
+    return m_tav_update.state;
 }
