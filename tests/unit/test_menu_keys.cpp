@@ -112,46 +112,54 @@ TEST(StartPort, ViewStartAfterASwitch) {
     }
 }
 
-// Where the leave keys MENU, LEFT, BREAK, LOCK and DEFAULT lead from every
-// menu, as the menus' key tables give them (OWN: the menu's own key: paging,
-// a step back, or nothing). Each move is also taken through the dispatch.
+// The leave keys MENU, LEFT, BREAK, LOCK and DEFAULT of every menu, from the
+// menus' rules: MENU walks the main pages, and a page not on the walk goes on
+// as the page it belongs to; LEFT leaves only the sub-pages, one level up;
+// LOCK goes home, BREAK too but on the home page; DEFAULT opens the reset
+// menu but in it; a menu without a key handler has none. OWN: the menu's own
+// key. Each move is also taken through the dispatch.
 constexpr TAV_ENUM_MENUSTATUS OWN = TAV_MENU_STAY;
-struct LeaveRow {
-    TAV_ENUM_MENUSTATUS menu, to[5];
-};
+using Pair = std::pair<TAV_ENUM_MENUSTATUS, TAV_ENUM_MENUSTATUS>;
+
+TAV_ENUM_MENUSTATUS second_of(const std::vector<Pair>& pairs, TAV_ENUM_MENUSTATUS m) {
+    for (const Pair& p : pairs)
+        if (p.first == m)
+            return p.second;
+    return OWN;
+}
 
 TEST_F(MenuTest, LeaveKeysOfEveryMenu) {
     device({range(1, 8), range(9, 20)}, {range(1, 8), range(9, 20)});
-    constexpr auto VD = menu_vid_display, AD = menu_aud_display, SC = menu_shortcut,
-                   ES = menu_eth_select, ED = menu_eth_display, RS = menu_reset;
+    constexpr auto VD = menu_vid_display, SC = menu_shortcut, ES = menu_eth_select,
+                   ED = menu_eth_display, RS = menu_reset, VIO = meun_vid_io_display,
+                   AIO = meun_aud_io_display;
     // clang-format off
-    const LeaveRow rows[] = {
-        {menu_spc, {OWN, OWN, OWN, OWN, OWN}},          {menu_hot_plug, {OWN, OWN, OWN, OWN, OWN}},
-        {VD, {meun_vid_io_display, OWN, OWN, VD, RS}},  {meun_vid_io_display, {AD, OWN, VD, VD, RS}},
-        {menu_vid_switch, {AD, OWN, VD, VD, RS}},       {AD, {meun_aud_io_display, OWN, VD, VD, RS}},
-        {meun_aud_io_display, {SC, OWN, VD, VD, RS}},   {menu_aud_switch, {SC, OWN, VD, VD, RS}},
-        {SC, {ES, OWN, VD, VD, RS}},                    {menu_switch_all, {ES, SC, VD, VD, RS}},
-        {menu_switch_vid_all, {ES, OWN, VD, VD, RS}},   {menu_switch_aud_all, {ES, OWN, VD, VD, RS}},
-        {menu_edid_switch, {ES, OWN, VD, VD, RS}},      {ES, {RS, OWN, VD, VD, RS}},
-        {ED, {RS, ES, VD, VD, RS}},                     {menu_eth_ip, {RS, ED, VD, VD, RS}},
-        {menu_eth_mac, {RS, ED, VD, VD, RS}},           {menu_eth_gate, {RS, ED, VD, VD, RS}},
-        {menu_eth_mask, {RS, ED, VD, VD, RS}},          {RS, {menu_display_version, OWN, VD, VD, OWN}},
-        {menu_display_version, {VD, OWN, VD, VD, RS}},  {menu_update, {OWN, OWN, OWN, OWN, OWN}},
-        {menu_lock, {OWN, OWN, OWN, OWN, OWN}},
-    };
+    const std::vector<Pair> walk = {{VD, VIO}, {VIO, menu_aud_display}, {menu_aud_display, AIO},
+        {AIO, SC}, {SC, ES}, {ES, RS}, {RS, menu_display_version}, {menu_display_version, VD}};
+    const std::vector<Pair> part_of = {{menu_vid_switch, VIO}, {menu_aud_switch, AIO},
+        {menu_switch_all, SC}, {menu_switch_vid_all, SC}, {menu_switch_aud_all, SC},
+        {menu_edid_switch, SC}, {ED, ES}, {menu_eth_ip, ES}, {menu_eth_mac, ES},
+        {menu_eth_gate, ES}, {menu_eth_mask, ES}};
+    const std::vector<Pair> up = {{menu_switch_all, SC}, {ED, ES}, {menu_eth_ip, ED},
+        {menu_eth_mac, ED}, {menu_eth_gate, ED}, {menu_eth_mask, ED}};
     // clang-format on
-    ASSERT_EQ(std::size(rows), menu_lock + 1u);
     const uint16_t press[] = {TAV_PRESS_MENU, TAV_PRESS_LEFT, TAV_PRESS_BREAK, TAV_PRESS_LOCK,
                               TAV_PRESS_DEFAULT};
-    for (const LeaveRow& r : rows) {
+    for (int i = 0; i <= menu_lock; ++i) {
+        const auto m = static_cast<TAV_ENUM_MENUSTATUS>(i);
+        const TAV_ENUM_MENUSTATUS owner = second_of(part_of, m);
+        const TAV_ENUM_MENUSTATUS next = second_of(walk, owner == OWN ? m : owner);
+        const bool keys_read = next != OWN; // every menu with a key handler is on the walk
+        const TAV_ENUM_MENUSTATUS to[5] = {next, second_of(up, m), m == VD || !keys_read ? OWN : VD,
+                                           keys_read ? VD : OWN, m == RS || !keys_read ? OWN : RS};
         for (int k = 0; k < 5; ++k) {
-            EXPECT_EQ(tav_menu_ctl_leave_target(r.menu, press[k]), r.to[k]) << r.menu << " " << k;
-            if (r.to[k] == OWN)
+            EXPECT_EQ(tav_menu_ctl_leave_target(m, press[k]), to[k]) << m << " " << k;
+            if (to[k] == OWN)
                 continue;
-            g_tav_menu = r.menu;
+            g_tav_menu = m;
             g_tav_menu_event = EVENT_NOMAL;
             keys(std::string(1, "MLBKD"[k]).c_str());
-            EXPECT_EQ(g_tav_menu, r.to[k]) << r.menu << " " << k;
+            EXPECT_EQ(g_tav_menu, to[k]) << m << " " << k;
             EXPECT_TRUE(redraw_requested());
         }
     }
