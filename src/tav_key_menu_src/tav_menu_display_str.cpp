@@ -16,11 +16,11 @@
 
 namespace {
 
-constexpr uint8_t k_line_cols = 40;
-constexpr uint8_t k_buf_len = 41;
-constexpr uint8_t k_slots = 11;
-constexpr uint8_t k_print_number = 1;
-constexpr uint8_t k_print_blank = 2;
+constexpr uint8_t kLineCols = 40;
+constexpr uint8_t kBufLen = 41;
+constexpr uint8_t kSlots = 11;
+constexpr uint8_t kPrintNumber = 1;
+constexpr uint8_t kPrintBlank = 2;
 
 constexpr uint8_t slot_column(int k) {
     return static_cast<uint8_t>(6 + 3 * k);
@@ -32,7 +32,7 @@ const uint8_t* row_text(uint8_t line) {
 }
 
 void put(int8_t* buf, int col, char c) {
-    if (col < k_buf_len) {
+    if (col < kBufLen) {
         buf[col] = static_cast<int8_t>(c);
     }
 }
@@ -42,11 +42,11 @@ void put_head(int8_t* buf, uint8_t head) {
 }
 
 void print_port(int8_t* buf, int k, uint8_t value) {
-    tav_menu_print(buf, k_print_number, slot_column(k), value);
+    tav_menu_print(buf, kPrintNumber, slot_column(k), value);
 }
 
 void print_blank(int8_t* buf, int k) {
-    tav_menu_print(buf, k_print_blank, slot_column(k), 0);
+    tav_menu_print(buf, kPrintBlank, slot_column(k), 0);
 }
 
 // Slot k of a port-list line: entry start + k of the list when there is one,
@@ -72,10 +72,10 @@ void start_lines(int8_t* top, int8_t* bottom, uint8_t head) {
 } // namespace
 
 uint8_t tav_menu_clear_lcd(uint8_t start, int8_t* buf) {
-    if (start >= k_line_cols || buf == nullptr) {
+    if (start >= kLineCols || buf == nullptr) {
         return 1;
     }
-    memset(buf + start, ' ', k_line_cols - start);
+    memset(buf + start, ' ', kLineCols - start);
     return 0;
 }
 
@@ -84,11 +84,11 @@ void tav_menu_print(int8_t* buf, uint8_t print_type, uint8_t offset, uint8_t ucV
         return;
     }
     const int col = offset;
-    if (print_type == k_print_blank) {
+    if (print_type == kPrintBlank) {
         for (int i = 0; i < 4; ++i) {
             put(buf, col + i, ' ');
         }
-    } else if (print_type == k_print_number) {
+    } else if (print_type == kPrintNumber) {
         if (ucValue == 0) {
             put(buf, col, '0');
             put(buf, col + 1, ' ');
@@ -138,7 +138,7 @@ int tav_menu_print_sw_outin(uint8_t av_type, uint8_t out_start, uint8_t* Outbuf,
         return em_err_inparam;
     }
     start_lines(out_linebuf, in_linebuf, av_type == 1 ? 0 : 2);
-    for (int k = 0; k < max_out && k < k_slots; ++k) {
+    for (int k = 0; k < max_out && k < kSlots; ++k) {
         const int i = out_start + k;
         if (i >= max_out) {
             print_blank(out_linebuf, k);
@@ -169,7 +169,7 @@ int tav_menu_print_io_outin(uint8_t av_type, uint8_t start, uint8_t* Outbuf, uin
         return em_err_inparam;
     }
     start_lines(out_linebuf, in_linebuf, av_type == 1 ? 4 : 6);
-    for (int k = 0; k < max_port && k < k_slots; ++k) {
+    for (int k = 0; k < max_port && k < kSlots; ++k) {
         print_entry(out_linebuf, k, Outbuf, max_out, start);
         print_entry(in_linebuf, k, Inbuf, max_in, start);
     }
@@ -182,7 +182,7 @@ int tav_menu_print_str_for_switch_all(uint8_t av_type, uint8_t start, uint8_t* l
         return em_err_inparam;
     }
     start_lines(linebuf, nullptr, av_type == 1 ? 8 : 9);
-    for (int k = 0; k < max_port && k < k_slots; ++k) {
+    for (int k = 0; k < max_port && k < kSlots; ++k) {
         print_entry(linebuf, k, listbuf, max_port, start);
     }
     return 0;

@@ -18,7 +18,7 @@ static TAV_SWALL_STATE m_tav_swall = {1, 1, 0, 0, 0, {}};
 
 // Port numbers on the panel are one byte: a switch-all never asks the
 // library about more ports than that.
-#define TAV_SWALL_MAX_PORT 255
+constexpr int32_t kSwallMaxPort = 255;
 
 static const TAV_AV_KIND& tav_swall_kind(void) {
     return m_tav_swall.mode == 1 ? tav_av_kind_video : tav_av_kind_audio;
@@ -149,8 +149,7 @@ void tav_menu_switch_all_display(void) {
 void tav_swall_down(void) {
     const TAV_AV_KIND& k = tav_swall_kind();
     const int32_t p = m_tav_swall.port > TAV_DEF_MAX_PORT ? 0 : m_tav_swall.port;
-    const int32_t last =
-        TAV_DEF_MAX_PORT < TAV_SWALL_MAX_PORT ? TAV_DEF_MAX_PORT : TAV_SWALL_MAX_PORT;
+    const int32_t last = TAV_DEF_MAX_PORT < kSwallMaxPort ? TAV_DEF_MAX_PORT : kSwallMaxPort;
     // The outputs are those the library reports now, not the panel's list.
     for (int32_t n = 1; n <= last; n++) {
         if (k.pipe_io(pmatrixDllHandle, n) == em_matrix_out) {

@@ -15,24 +15,24 @@
 namespace {
 
 enum : uint8_t {
-    k_state_start = 0,
-    k_state_progress = 1,
-    k_state_complete = 2,
-    k_state_error = 3,
+    kStateStart = 0,
+    kStateProgress = 1,
+    kStateComplete = 2,
+    kStateError = 3,
 };
 
 // Ticks without a change of the percentage before giving up (about 30 s).
-constexpr uint16_t k_stall_ticks = 299;
+constexpr uint16_t kStallTicks = 299;
 // Ticks the complete and error notices stay (counted past this limit).
-constexpr uint16_t k_notice_ticks = 30;
+constexpr uint16_t kNoticeTicks = 30;
 // A percentage at or below this when the update ends (or falls back to it
 // after completion) means the update failed.
-constexpr uint8_t k_failed_pct = 49;
+constexpr uint8_t kFailedPct = 49;
 
-constexpr uint8_t k_first_card_slot = 1;
-constexpr uint8_t k_last_card_slot = 17;
+constexpr uint8_t kFirstCardSlot = 1;
+constexpr uint8_t kLastCardSlot = 17;
 
-// The page's state: its stage (k_state_*), the slot being updated, the last
+// The page's state: its stage (kState*), the slot being updated, the last
 // percentage read, ticks the complete or error notice has stayed, and ticks
 // without a change of the percentage.
 struct UpdateState {
@@ -51,19 +51,19 @@ struct SlotRows {
     uint8_t progress_row;
     uint8_t error_row;
 };
-constexpr SlotRows k_system_parts[] = {
+constexpr SlotRows kSystemParts[] = {
     {18, 73, 41}, // internal network switcher / "update Linux Arm again"
     {19, 20, 42}, // Linux ARM / "update Matrix Monitor Card again"
     {20, 22, 25}, // monitoring card / no error row of its own
 };
-constexpr uint8_t k_card_progress_row = 23;
-constexpr uint8_t k_card_error_row = 26;
+constexpr uint8_t kCardProgressRow = 23;
+constexpr uint8_t kCardErrorRow = 26;
 // Line 0 of the progress page for a slot the tables do not know: the
 // generic "The Device will update" row rather than a stale buffer.
-constexpr uint8_t k_unknown_progress_row = 17;
-constexpr uint8_t k_unknown_error_row = 25;
+constexpr uint8_t kUnknownProgressRow = 17;
+constexpr uint8_t kUnknownErrorRow = 25;
 
-constexpr uint8_t k_percent_row = 24;
+constexpr uint8_t kPercentRow = 24;
 
 uint8_t read_pct(void) {
     return static_cast<uint8_t>(
@@ -79,18 +79,18 @@ void leave(TAV_ENUM_MENUSTATUS target) {
 }
 
 bool is_card_slot(uint8_t slot) {
-    return slot >= k_first_card_slot && slot <= k_last_card_slot;
+    return slot >= kFirstCardSlot && slot <= kLastCardSlot;
 }
 
 // Loads the row naming the slot (progress or error page) into displaybuf.
 void load_slot_row(bool error_page) {
-    uint8_t row = error_page ? k_unknown_error_row : k_unknown_progress_row;
+    uint8_t row = error_page ? kUnknownErrorRow : kUnknownProgressRow;
     if (is_card_slot(m_tav_update.slot_id)) {
-        tav_menu_get_spcstr(displaybuf, error_page ? k_card_error_row : k_card_progress_row);
+        tav_menu_get_spcstr(displaybuf, error_page ? kCardErrorRow : kCardProgressRow);
         tav_menu_put_slot_number(displaybuf, m_tav_update.slot_id);
         return;
     }
-    for (const SlotRows& part : k_system_parts) {
+    for (const SlotRows& part : kSystemParts) {
         if (part.slot == m_tav_update.slot_id) {
             row = error_page ? part.error_row : part.progress_row;
         }
@@ -126,7 +126,7 @@ void tick_start(void) {
     }
     if (m_tav_update.percent != 0) {
         m_tav_update.timeout = 0;
-        m_tav_update.state = k_state_progress;
+        m_tav_update.state = kStateProgress;
         redraw();
     } else {
         m_tav_update.timeout++;
@@ -138,7 +138,7 @@ void tick_progress(void) {
     if (pct != m_tav_update.percent) {
         m_tav_update.timeout = 0;
         if (pct == 100) {
-            m_tav_update.state = k_state_complete;
+            m_tav_update.state = kStateComplete;
         } else {
             m_tav_update.percent = pct;
         }
@@ -150,10 +150,10 @@ void tick_progress(void) {
 
 void tick_complete(void) {
     m_tav_update.percent = read_pct();
-    if (m_tav_update.percent <= k_failed_pct) {
-        m_tav_update.state = k_state_error;
+    if (m_tav_update.percent <= kFailedPct) {
+        m_tav_update.state = kStateError;
         m_tav_update.count = 0;
-    } else if (m_tav_update.count > k_notice_ticks) {
+    } else if (m_tav_update.count > kNoticeTicks) {
         leave(g_tav_lock ? menu_lock : menu_vid_display);
     } else {
         m_tav_update.count++;
@@ -162,7 +162,7 @@ void tick_complete(void) {
 
 void tick_error(void) {
     m_tav_update.count++;
-    if (m_tav_update.count > k_notice_ticks) {
+    if (m_tav_update.count > kNoticeTicks) {
         leave(menu_vid_display);
     } else {
         redraw();
@@ -172,7 +172,7 @@ void tick_error(void) {
 } // namespace
 
 void tav_menu_updating_init(void) {
-    m_tav_update = {k_state_start, 0, 0, 0, 0};
+    m_tav_update = {kStateStart, 0, 0, 0, 0};
 }
 
 void tav_menu_updating_clear(void) {
@@ -182,7 +182,7 @@ void tav_menu_updating_clear(void) {
 }
 
 void tav_menu_updating_set(void) {
-    m_tav_update.state = k_state_start;
+    m_tav_update.state = kStateStart;
     m_tav_update.slot_id =
         static_cast<uint8_t>(tav_matrix_get_iap_process_slotID(pmatrixDllHandle));
     m_tav_update.count = 0;
@@ -193,33 +193,33 @@ void tav_menu_updating_set(void) {
 
 void tav_menu_updating_down(void) {
     m_tav_update.percent = read_pct();
-    if (m_tav_update.percent <= k_failed_pct) {
+    if (m_tav_update.percent <= kFailedPct) {
         m_tav_update.count = 0;
-        m_tav_update.state = k_state_error;
+        m_tav_update.state = kStateError;
     } else {
-        m_tav_update.state = k_state_complete;
+        m_tav_update.state = kStateComplete;
     }
     redraw();
 }
 
 void tav_menu_updating(void) {
     switch (m_tav_update.state) {
-    case k_state_start:
-    case k_state_progress:
-        if (m_tav_update.state == k_state_start) {
+    case kStateStart:
+    case kStateProgress:
+        if (m_tav_update.state == kStateStart) {
             tick_start();
         } else {
             tick_progress();
         }
-        if (m_tav_update.timeout > k_stall_ticks) {
-            m_tav_update.state = k_state_error;
+        if (m_tav_update.timeout > kStallTicks) {
+            m_tav_update.state = kStateError;
             redraw();
         }
         break;
-    case k_state_complete:
+    case kStateComplete:
         tick_complete();
         break;
-    case k_state_error:
+    case kStateError:
         tick_error();
         break;
     default:
@@ -229,20 +229,20 @@ void tav_menu_updating(void) {
 
 void tav_menu_updating_display(void) {
     switch (m_tav_update.state) {
-    case k_state_start:
+    case kStateStart:
         tav_menu_spc_display(displaybuf, 17, 18);
         break;
-    case k_state_progress:
+    case kStateProgress:
         load_slot_row(false);
         send_line(0);
-        tav_menu_get_spcstr(displaybuf, k_percent_row);
+        tav_menu_get_spcstr(displaybuf, kPercentRow);
         put_percent(displaybuf, m_tav_update.percent);
         send_line(1);
         break;
-    case k_state_complete:
+    case kStateComplete:
         tav_menu_spc_display(displaybuf, 19, 21);
         break;
-    case k_state_error:
+    case kStateError:
         tav_menu_get_spcstr(displaybuf, 25);
         send_line(0);
         load_slot_row(true);
