@@ -29,26 +29,7 @@ constexpr NoticeRows kNoticeRows[] = {
     {15, 4},  // "Card XX Pull out" / "PLEASE WAIT......"
 };
 
-bool is_x(int8_t c) {
-    return c == 'X' || c == 'x';
-}
-
 } // namespace
-
-bool tav_menu_put_slot_number(int8_t* line, uint8_t slot) {
-    for (int p = 0; p + 1 < TAV_MENU_COLS; ++p) {
-        if (is_x(line[p]) && is_x(line[p + 1])) {
-            if (slot >= 100) {
-                line[p] = '-';
-                line[p + 1] = '-';
-            } else {
-                tav_menu_put_digits(line, p, slot, 2);
-            }
-            return true;
-        }
-    }
-    return false;
-}
 
 void tav_menu_card_plug_init(void) {
     card_status = kNoNotice;

@@ -26,6 +26,10 @@ constexpr uint8_t slot_column(int k) {
     return static_cast<uint8_t>(6 + 3 * k);
 }
 
+bool is_x(int8_t c) {
+    return c == 'X' || c == 'x';
+}
+
 // A row index outside the table is shown as the blank row 0.
 const uint8_t* row_text(uint8_t line) {
     return MENU_ITEM_STR[line < TAV_MENU_ROWS ? line : 0];
@@ -130,6 +134,21 @@ void tav_menu_put_number(int8_t* line, int end, unsigned value, int width) {
     for (int i = 1; i <= width; ++i, value /= 10) {
         line[end - i] = static_cast<int8_t>(i == 1 || value != 0 ? '0' + value % 10 : ' ');
     }
+}
+
+bool tav_menu_put_slot_number(int8_t* line, uint8_t slot) {
+    for (int p = 0; p + 1 < TAV_MENU_COLS; ++p) {
+        if (is_x(line[p]) && is_x(line[p + 1])) {
+            if (slot >= 100) {
+                line[p] = '-';
+                line[p + 1] = '-';
+            } else {
+                tav_menu_put_digits(line, p, slot, 2);
+            }
+            return true;
+        }
+    }
+    return false;
 }
 
 int tav_menu_print_sw_outin(uint8_t av_type, uint8_t out_start, uint8_t* Outbuf, uint8_t max_out,

@@ -14,6 +14,10 @@ void tav_menu_put_digits(int8_t* line, int col, unsigned value, int width);
 // `value` right-aligned in the `width` columns before column `end`, leading
 // zeros blank (at least one digit).
 void tav_menu_put_number(int8_t* line, int end, unsigned value, int width);
+// `slot` as two digits into the first "XX" pair (either case) of a 40-column
+// line; false when the line has no such pair, which is left unchanged. A slot
+// of 100 or more does not fit and is shown as "--".
+bool tav_menu_put_slot_number(int8_t* line, uint8_t slot);
 int tav_menu_print_sw_outin(uint8_t av_type, uint8_t out_start, uint8_t* Outbuf, uint8_t max_out,
                             TAV_PORT_STATE* port_list, int8_t* out_linebuf, int8_t* in_linebuf);
 int tav_menu_print_io_outin(uint8_t av_type, uint8_t start, uint8_t* Outbuf, uint8_t max_out,

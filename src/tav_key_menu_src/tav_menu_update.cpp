@@ -5,7 +5,6 @@
 #include "tav_menu_update.h"
 
 #include "tav_lcd.h"
-#include "tav_menu_card_plug.h"
 #include "tav_menu_control.h"
 #include "tav_menu_display_str.h"
 #include "tav_menu_led.h"
