@@ -301,13 +301,13 @@ uint32_t ms_to_next_second(void) {
 // the pass keeps a short pause (10 ms) and the next pass looks again.
 void pass_wait_attempt(std::unique_lock<std::mutex>& lock, bool answer) {
     constexpr uint32_t kInstalledClockPauseMs = 10;
-    const uint32_t ms = ms_to_next_second();
-    const bool installed = g_sleep.load() != real_sleep;
-    pass_wait(lock,
-              ms == 0                                    ? 1
-              : installed && ms > kInstalledClockPauseMs ? kInstalledClockPauseMs
-                                                         : ms,
-              answer);
+    uint32_t ms = ms_to_next_second();
+    if (ms == 0) {
+        ms = 1;
+    } else if (g_sleep.load() != real_sleep && ms > kInstalledClockPauseMs) {
+        ms = kInstalledClockPauseMs;
+    }
+    pass_wait(lock, ms, answer);
 }
 
 void show_rows(uint8_t row0, uint8_t row1) {
