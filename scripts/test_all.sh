@@ -66,7 +66,7 @@ declare -A FUZZ_FLOOR=([fuzz_cfg_reader]=800 [fuzz_eth_pad]=30000 [fuzz_frame_pa
 
 fuzz() {
     cmake --preset fuzz >/dev/null
-    cmake --build --preset fuzz
+    cmake --build --preset fuzz --target fuzz_all
     local ok=0 target name corpus seeds runs floor
     for target in build/fuzz/bin/fuzz_*; do
         name=$(basename "$target")

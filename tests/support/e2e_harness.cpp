@@ -396,13 +396,14 @@ bool Sandbox::wait_home_page(ms timeout) const {
         return false;
     }
     // LEFT, RIGHT and MENU lit (LED 31 with the LCD), nothing else, and the
-    // video switch status lines on the LCD.
+    // video switch status lines on the LCD (both: the paced line brings the
+    // second a few milliseconds after the first).
     constexpr uint32_t scene =
         (1u << tavpanel::KEY_LEFT) | (1u << tavpanel::KEY_RIGHT) | (1u << tavpanel::KEY_MENU);
     return panel_->wait_for(
         [&](const tavpanel::PanelState& s) {
             const bool leds = (s.led_steady & ~(1u << tavpanel::LED_LCD)) == scene;
-            return leds && s.lcd[0].rfind("VOSW: ", 0) == 0;
+            return leds && s.lcd[0].rfind("VOSW: ", 0) == 0 && s.lcd[1].rfind("VISW: ", 0) == 0;
         },
         timeout);
 }
