@@ -210,7 +210,7 @@ long wait_lcd_line1(Sandbox& sb, size_t from, double* t0, ms timeout) {
             *t0 = std::min(*t0, now_s() - frames.back().t);
         }
         for (size_t i = from; i < frames.size(); ++i) {
-            if (frames[i].kind == tavpanel::FrameKind::lcd_text && frames[i].bytes.size() > 5 &&
+            if (frames[i].kind == TAV_COM_KIND_LCD_TEXT && frames[i].bytes.size() > 5 &&
                 frames[i].bytes[5] == 1) {
                 return static_cast<long>(i);
             }

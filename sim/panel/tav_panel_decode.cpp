@@ -192,8 +192,8 @@ class Capture {
     }
 
     void frame(Stream& s, Dir d, double t) {
-        const FrameKind k = tavcom::classify(s.pending);
-        const std::string words = tavcom::row(k).say(s.pending);
+        const FrameKind k = tav_com_classify(s.pending);
+        const std::string words = tav_com_row(k).say(s.pending);
         ++counts_[static_cast<size_t>(k)];
         if (d != Dir::panel) {
             PanelModel::decode(s.pending, lcd_);
@@ -220,9 +220,9 @@ class Capture {
             total += c;
         }
         std::fprintf(out_, "summary: %zu frames, %zu malformed bytes\n", total, malformed_);
-        for (size_t k = 0; k < tavcom::KIND_COUNT; ++k) {
+        for (size_t k = 0; k < TAV_COM_KIND_COUNT; ++k) {
             if (counts_[k] > 0) {
-                std::fprintf(out_, "  %-17s %zu\n", tavcom::ROWS[k].name, counts_[k]);
+                std::fprintf(out_, "  %-17s %zu\n", TAV_COM_ROWS[k].name, counts_[k]);
             }
         }
         for (int line = 0; line < LCD_LINES; ++line) {
@@ -238,7 +238,7 @@ class Capture {
     FILE* out_;
     Stream streams_[3];
     bool timed_ = false;
-    std::array<size_t, tavcom::KIND_COUNT> counts_{};
+    std::array<size_t, TAV_COM_KIND_COUNT> counts_{};
     size_t malformed_ = 0;
     PanelState lcd_;
 };

@@ -160,7 +160,7 @@ struct PanelEmulator::Impl {
 
     // Bytes the panel sent: one frame in words with its bytes, or raw bytes.
     static std::string describe_sent(const std::vector<uint8_t>& b) {
-        if (tavcom::classify(b) != FrameKind::malformed) {
+        if (tav_com_classify(b) != TAV_COM_KIND_MALFORMED) {
             return describe(b) + "  " + hex(b);
         }
         return "raw " + hex(b);
@@ -173,8 +173,8 @@ struct PanelEmulator::Impl {
         for (size_t i = fr.size() - fresh; i < fr.size(); ++i) {
             log_line("<-", describe(fr[i].bytes));
             const FrameKind k = fr[i].kind;
-            if (k == FrameKind::error_reply || k == FrameKind::unknown ||
-                k == FrameKind::malformed) {
+            if (k == TAV_COM_KIND_ERROR_REPLY || k == TAV_COM_KIND_UNKNOWN ||
+                k == TAV_COM_KIND_MALFORMED) {
                 problem = describe(fr[i].bytes);
             }
         }

@@ -25,25 +25,25 @@ template <class Build> std::vector<uint8_t> built(Build build) {
 PanelModel::PanelModel() : t0_(now_s()) {}
 
 FrameKind PanelModel::decode(const std::vector<uint8_t>& f, PanelState& st) {
-    const FrameKind kind = tavcom::classify(f);
+    const FrameKind kind = tav_com_classify(f);
     const uint8_t* d = f.data() + 5; // payload after the sub-command
     switch (kind) {
-    case FrameKind::led_steady:
+    case TAV_COM_KIND_LED_STEADY:
         st.led_steady = mask_of(d);
         break;
-    case FrameKind::led_blink:
+    case TAV_COM_KIND_LED_BLINK:
         st.led_blink = mask_of(d);
         break;
-    case FrameKind::key_enable:
+    case TAV_COM_KIND_KEY_ENABLE:
         st.key_enable = mask_of(d);
         break;
-    case FrameKind::blink_cycle:
+    case TAV_COM_KIND_BLINK_CYCLE:
         st.blink_cycle = d[1];
         break;
-    case FrameKind::lcd_text:
+    case TAV_COM_KIND_LCD_TEXT:
         st.lcd[d[0]].replace(d[1], f[3] - 3u, reinterpret_cast<const char*>(d + 2), f[3] - 3u);
         break;
-    case FrameKind::cursor:
+    case TAV_COM_KIND_CURSOR:
         st.cursor_line = d[0];
         st.cursor_col = d[1];
         break;
@@ -59,16 +59,16 @@ void PanelModel::apply(const std::vector<uint8_t>& f) {
     fr.bytes = f;
     fr.kind = decode(f, state_);
     switch (fr.kind) {
-    case FrameKind::handshake:
+    case TAV_COM_KIND_HANDSHAKE:
         ++handshakes_;
         break;
-    case FrameKind::error_reply:
+    case TAV_COM_KIND_ERROR_REPLY:
         ++error_replies_;
         break;
-    case FrameKind::unknown:
+    case TAV_COM_KIND_UNKNOWN:
         ++unknown_;
         break;
-    case FrameKind::malformed:
+    case TAV_COM_KIND_MALFORMED:
         ++malformed_;
         break;
     default:
@@ -122,7 +122,7 @@ void PanelModel::feed(const uint8_t* data, size_t len) {
 std::vector<uint8_t> mask_frame(uint32_t mask, uint8_t check) {
     const uint8_t m[] = {static_cast<uint8_t>(mask >> 24), static_cast<uint8_t>(mask >> 16),
                          static_cast<uint8_t>(mask >> 8), static_cast<uint8_t>(mask)};
-    return built([&](uint8_t* f) { return tav_com_mask_frame(f, TAV_SUB_KEY, m, check); });
+    return built([&](uint8_t* f) { return tav_com_mask_frame(f, TAV_COM_SUB_KEY, m, check); });
 }
 
 std::vector<uint8_t> key_frame(int key, uint8_t check) {

@@ -24,18 +24,18 @@ enum Key : int {
     KEY_MENU = 15,
     KEY_LOCK = 16,
 };
-using tavcom::KEY_COUNT;
-using tavcom::LED_LCD;
+constexpr int KEY_COUNT = TAV_COM_KEY_COUNT;
+constexpr int LED_LCD = TAV_COM_LED_LCD;
 
 constexpr int LCD_LINES = TAV_COM_LCD_LINES;
 constexpr int LCD_COLS = TAV_COM_TEXT_MAX;
 
 // Key names, masks, hex and the one frame describer come from the protocol.
-using tavcom::describe;
-using tavcom::hex;
-using tavcom::key_name;
-using tavcom::mask_names;
-using tavcom::mask_of;
+inline constexpr auto& describe = tav_com_describe;
+inline constexpr auto& hex = tav_com_hex;
+inline constexpr auto& key_name = tav_com_key_name;
+inline constexpr auto& mask_names = tav_com_mask_names;
+inline constexpr auto& mask_of = tav_com_mask_of;
 
 // What the program's frames have left on the panel.
 struct PanelState {
@@ -49,13 +49,13 @@ struct PanelState {
 };
 
 // How a complete frame was understood.
-using FrameKind = tavcom::Kind;
+using FrameKind = TAV_COM_KIND;
 
 // One complete frame from the program, as bytes, with its arrival time.
 struct Frame {
     double t = 0;               // seconds since the model was created
     std::vector<uint8_t> bytes; // head to check byte
-    FrameKind kind = FrameKind::unknown;
+    FrameKind kind = TAV_COM_KIND_UNKNOWN;
 };
 
 // Stream decoder for program-to-panel frames, on the program's own frame

@@ -12,7 +12,7 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 bool is_key_frame(const TAV_COM_STRUCT& r) {
-    return r.com_order == TAV_COM_ORDER_BYTE && r.com_buf[0] == TAV_SUB_KEY;
+    return r.com_order == TAV_COM_ORDER_BYTE && r.com_buf[0] == TAV_COM_SUB_KEY;
 }
 
 std::vector<uint8_t> frame_of(const TAV_COM_STRUCT& r) {
@@ -95,7 +95,7 @@ ReplayPlan plan_replay(const std::vector<RecordLine>& lines) {
                 close_step();
                 plan.steps.push_back({l.t, frame_of(rec), {}, 0});
             } else if (program.handshakes() > 0 &&
-                       tavcom::classify(frame_of(rec)) == FrameKind::version) {
+                       tav_com_classify(frame_of(rec)) == TAV_COM_KIND_VERSION) {
                 // The answer to the latest handshake.
                 plan.handshake_answers.resize(program.handshakes());
                 if (plan.handshake_answers.back().empty()) {

@@ -41,14 +41,14 @@ constexpr uint8_t TAV_COM_ERR_CODE = 0xF7;       // the program's error code: a 
 
 // Sub-commands: the first data byte of an order-21 frame.
 enum TAV_COM_SUB : uint8_t {
-    TAV_SUB_VERSION = 0x00,     // program: handshake (payload 00); panel: its firmware version
-    TAV_SUB_LED_ON = 0x01,      // payload: 32-bit LED mask, most significant byte first
-    TAV_SUB_LED_BLINK = 0x02,   // payload: 32-bit mask of blinking LEDs
-    TAV_SUB_BLINK_CYCLE = 0x03, // payload: 01, cycle 1..20
-    TAV_SUB_LCD_TEXT = 0x04,    // payload: line, column, characters
-    TAV_SUB_CURSOR = 0x05,      // payload: line, column
-    TAV_SUB_KEY_ENABLE = 0x06,  // payload: 32-bit mask of enabled keys
-    TAV_SUB_KEY = 0x07,         // panel: 32-bit mask of the keys held, 0 on release
+    TAV_COM_SUB_VERSION = 0x00,     // program: handshake (payload 00); panel: its firmware version
+    TAV_COM_SUB_LED_ON = 0x01,      // payload: 32-bit LED mask, most significant byte first
+    TAV_COM_SUB_LED_BLINK = 0x02,   // payload: 32-bit mask of blinking LEDs
+    TAV_COM_SUB_BLINK_CYCLE = 0x03, // payload: 01, cycle 1..20
+    TAV_COM_SUB_LCD_TEXT = 0x04,    // payload: line, column, characters
+    TAV_COM_SUB_CURSOR = 0x05,      // payload: line, column
+    TAV_COM_SUB_KEY_ENABLE = 0x06,  // payload: 32-bit mask of enabled keys
+    TAV_COM_SUB_KEY = 0x07,         // panel: 32-bit mask of the keys held, 0 on release
 };
 constexpr size_t TAV_COM_MASK_LEN = 4;    // payload of the mask sub-commands
 constexpr size_t TAV_COM_VERSION_LEN = 5; // payload of the panel's version: 00 main minor build
@@ -76,7 +76,7 @@ inline int tav_com_frame(uint8_t* out, uint8_t sub, const uint8_t* payload, size
 // The frames of each sub-command, built by tav_com_frame.
 inline int tav_com_handshake_frame(uint8_t* out) {
     const uint8_t ask = 0x00;
-    return tav_com_frame(out, TAV_SUB_VERSION, &ask, 1);
+    return tav_com_frame(out, TAV_COM_SUB_VERSION, &ask, 1);
 }
 inline int tav_com_mask_frame(uint8_t* out, uint8_t sub, const uint8_t mask[TAV_COM_MASK_LEN],
                               uint8_t check = TAV_COM_CHECK_BYTE) {
@@ -84,7 +84,7 @@ inline int tav_com_mask_frame(uint8_t* out, uint8_t sub, const uint8_t mask[TAV_
 }
 inline int tav_com_blink_cycle_frame(uint8_t* out, uint8_t cycle) {
     const uint8_t p[] = {0x01, cycle};
-    return tav_com_frame(out, TAV_SUB_BLINK_CYCLE, p, sizeof p);
+    return tav_com_frame(out, TAV_COM_SUB_BLINK_CYCLE, p, sizeof p);
 }
 // `n` characters at most TAV_COM_TEXT_MAX.
 inline int tav_com_text_frame(uint8_t* out, uint8_t line, uint8_t col, const void* chars,
@@ -92,16 +92,16 @@ inline int tav_com_text_frame(uint8_t* out, uint8_t line, uint8_t col, const voi
     uint8_t p[2 + TAV_COM_TEXT_MAX] = {line, col};
     n = n < TAV_COM_TEXT_MAX ? n : TAV_COM_TEXT_MAX;
     memcpy(p + 2, chars, n);
-    return tav_com_frame(out, TAV_SUB_LCD_TEXT, p, n + 2);
+    return tav_com_frame(out, TAV_COM_SUB_LCD_TEXT, p, n + 2);
 }
 inline int tav_com_cursor_frame(uint8_t* out, uint8_t line, uint8_t col) {
     const uint8_t p[] = {line, col};
-    return tav_com_frame(out, TAV_SUB_CURSOR, p, sizeof p);
+    return tav_com_frame(out, TAV_COM_SUB_CURSOR, p, sizeof p);
 }
 inline int tav_com_version_frame(uint8_t* out, uint8_t main, uint8_t minor, uint8_t build_hi,
                                  uint8_t build_lo, uint8_t check = TAV_COM_CHECK_BYTE) {
     const uint8_t p[] = {0x00, main, minor, build_hi, build_lo};
-    return tav_com_frame(out, TAV_SUB_VERSION, p, sizeof p, check);
+    return tav_com_frame(out, TAV_COM_SUB_VERSION, p, sizeof p, check);
 }
 
 // The error reply EB 5F order 01 code A5 (6 bytes) into `out`; returns its length.
@@ -168,29 +168,28 @@ inline TAV_COM_STEP tav_com_step(TAV_COM_STRUCT* c, uint8_t b, bool head_in_body
 
 // Frames in words: their kinds, one row per kind, and the one describer the
 // emulator's log and the capture decoder print.
-namespace tavcom {
 
 // Key numbers as the panel scans them (bit n of a key mask): 0-9 digits,
 // 10 LEFT, 11 RIGHT, 12 BREAK, 13 DEFAULT, 14 TAKE, 15 MENU, 16 LOCK.
-constexpr int KEY_COUNT = 17;
-constexpr int LED_LCD = 31; // the LED that belongs to no key (on with the LCD)
+constexpr int TAV_COM_KEY_COUNT = 17;
+constexpr int TAV_COM_LED_LCD = 31; // the LED that belongs to no key (on with the LCD)
 
 // Short name of a key ("0".."9", "LEFT", ...); "?" for anything else.
-inline const char* key_name(int key) {
-    static const char* const names[KEY_COUNT] = {
+inline const char* tav_com_key_name(int key) {
+    static const char* const names[TAV_COM_KEY_COUNT] = {
         "0", "1",    "2",     "3",     "4",       "5",    "6",    "7",   "8",
         "9", "LEFT", "RIGHT", "BREAK", "DEFAULT", "TAKE", "MENU", "LOCK"};
-    return (key >= 0 && key < KEY_COUNT) ? names[key] : "?";
+    return (key >= 0 && key < TAV_COM_KEY_COUNT) ? names[key] : "?";
 }
 
 // 4 mask bytes, most significant first, as a 32-bit mask.
-inline uint32_t mask_of(const uint8_t* b) {
+inline uint32_t tav_com_mask_of(const uint8_t* b) {
     return (static_cast<uint32_t>(b[0]) << 24) | (static_cast<uint32_t>(b[1]) << 16) |
            (static_cast<uint32_t>(b[2]) << 8) | b[3];
 }
 
 // Human-readable hex ("EB 5F 21 ...").
-inline std::string hex(const std::vector<uint8_t>& bytes) {
+inline std::string tav_com_hex(const std::vector<uint8_t>& bytes) {
     std::string s;
     char b[8];
     for (size_t i = 0; i < bytes.size(); ++i) {
@@ -201,7 +200,7 @@ inline std::string hex(const std::vector<uint8_t>& bytes) {
 }
 
 // Names of the numbers set in an LED or key mask ("TAKE MENU LCD", "none").
-inline std::string mask_names(uint32_t mask) {
+inline std::string tav_com_mask_names(uint32_t mask) {
     if (mask == 0) {
         return "none";
     }
@@ -212,36 +211,38 @@ inline std::string mask_names(uint32_t mask) {
     for (int n = 0; n < 32; ++n) {
         if ((mask >> n) & 1u) {
             s += s.empty() ? "" : " ";
-            s += n < KEY_COUNT ? key_name(n) : n == LED_LCD ? "LCD" : "#" + std::to_string(n);
+            s += n < TAV_COM_KEY_COUNT  ? tav_com_key_name(n)
+                 : n == TAV_COM_LED_LCD ? "LCD"
+                                        : "#" + std::to_string(n);
         }
     }
     return s;
 }
 
-// Kinds of complete frames, in the order of ROWS.
-enum class Kind : uint8_t {
-    key_press,
-    key_release,
-    key_mask,
-    version,
-    handshake,
-    lcd_text,
-    cursor,
-    led_steady,
-    led_blink,
-    blink_cycle,
-    key_enable,
-    error_reply,
-    unknown,   // well-formed, but no kind the panel or the program knows
-    malformed, // a known sub-command that breaks its rule, or no frame at all
+// Kinds of complete frames, in the order of TAV_COM_ROWS.
+enum TAV_COM_KIND : uint8_t {
+    TAV_COM_KIND_KEY_PRESS,
+    TAV_COM_KIND_KEY_RELEASE,
+    TAV_COM_KIND_KEY_MASK,
+    TAV_COM_KIND_VERSION,
+    TAV_COM_KIND_HANDSHAKE,
+    TAV_COM_KIND_LCD_TEXT,
+    TAV_COM_KIND_CURSOR,
+    TAV_COM_KIND_LED_STEADY,
+    TAV_COM_KIND_LED_BLINK,
+    TAV_COM_KIND_BLINK_CYCLE,
+    TAV_COM_KIND_KEY_ENABLE,
+    TAV_COM_KIND_ERROR_REPLY,
+    TAV_COM_KIND_UNKNOWN,   // well-formed, but no kind the panel or the program knows
+    TAV_COM_KIND_MALFORMED, // a known sub-command that breaks its rule, or no frame at all
 };
 
 // One kind of frame. An order-21 frame is of the first row whose sub-command
 // it has and whose payload rule it meets; the check byte then has to be 0F
 // where `checked`. A frame of a known sub-command that meets no row's rule is
 // malformed, unless the sub-command's rows have no `sub_name`.
-struct Row {
-    Kind kind;
+struct TAV_COM_ROW {
+    TAV_COM_KIND kind;
     const char* name;     // the kind in words
     int sub;              // -1: no sub-command row
     const char* sub_name; // the sub-command, for a malformed frame
@@ -251,17 +252,17 @@ struct Row {
     std::string (*say)(const std::vector<uint8_t>& f); // describer: the whole frame
 };
 
-namespace detail {
+namespace tav_com_detail {
 inline std::string fmt(const char* f, unsigned a, unsigned b) {
     char s[96];
     std::snprintf(s, sizeof s, f, a, b);
     return s;
 }
 inline uint32_t mask(const std::vector<uint8_t>& f) {
-    return mask_of(f.data() + 5);
+    return tav_com_mask_of(f.data() + 5);
 }
 inline int single_key(uint32_t m) {
-    for (int k = 0; k < KEY_COUNT; ++k) {
+    for (int k = 0; k < TAV_COM_KEY_COUNT; ++k) {
         if (m == (uint32_t{1} << k)) {
             return k;
         }
@@ -283,138 +284,148 @@ inline std::string quoted(const uint8_t* p, size_t n) {
 }
 // Names the sub-command from the table, so it is defined after it.
 inline std::string malformed(const std::vector<uint8_t>& f);
-} // namespace detail
+} // namespace tav_com_detail
 
-constexpr size_t ANY_LEN = 255;
+constexpr size_t TAV_COM_ANY_LEN = 255;
 
-inline constexpr Row ROWS[] = {
-    {Kind::key_press, "key press", TAV_SUB_KEY, nullptr, TAV_COM_MASK_LEN, ANY_LEN, false,
-     [](const uint8_t* d, size_t) { return detail::single_key(mask_of(d)) >= 0; },
+inline constexpr TAV_COM_ROW TAV_COM_ROWS[] = {
+    {TAV_COM_KIND_KEY_PRESS, "key press", TAV_COM_SUB_KEY, nullptr, TAV_COM_MASK_LEN,
+     TAV_COM_ANY_LEN, false,
+     [](const uint8_t* d, size_t) { return tav_com_detail::single_key(tav_com_mask_of(d)) >= 0; },
      [](const std::vector<uint8_t>& f) {
-         return std::string("key press ") + key_name(detail::single_key(detail::mask(f)));
+         return std::string("key press ") +
+                tav_com_key_name(tav_com_detail::single_key(tav_com_detail::mask(f)));
      }},
-    {Kind::key_release, "key release", TAV_SUB_KEY, nullptr, TAV_COM_MASK_LEN, ANY_LEN, false,
-     [](const uint8_t* d, size_t) { return mask_of(d) == 0; },
+    {TAV_COM_KIND_KEY_RELEASE, "key release", TAV_COM_SUB_KEY, nullptr, TAV_COM_MASK_LEN,
+     TAV_COM_ANY_LEN, false, [](const uint8_t* d, size_t) { return tav_com_mask_of(d) == 0; },
      [](const std::vector<uint8_t>&) { return std::string("key release"); }},
-    {Kind::key_mask, "key mask", TAV_SUB_KEY, nullptr, TAV_COM_MASK_LEN, ANY_LEN, false, nullptr,
+    {TAV_COM_KIND_KEY_MASK, "key mask", TAV_COM_SUB_KEY, nullptr, TAV_COM_MASK_LEN, TAV_COM_ANY_LEN,
+     false, nullptr,
      [](const std::vector<uint8_t>& f) {
          char b[64];
          std::snprintf(b, sizeof b, "key mask %08X (not one key: ignored)",
-                       static_cast<unsigned>(detail::mask(f)));
+                       static_cast<unsigned>(tav_com_detail::mask(f)));
          return std::string(b);
      }},
-    {Kind::version, "firmware version", TAV_SUB_VERSION, "version/handshake", TAV_COM_VERSION_LEN,
-     TAV_COM_VERSION_LEN, false, nullptr,
+    {TAV_COM_KIND_VERSION, "firmware version", TAV_COM_SUB_VERSION, "version/handshake",
+     TAV_COM_VERSION_LEN, TAV_COM_VERSION_LEN, false, nullptr,
      [](const std::vector<uint8_t>& f) {
-         return detail::fmt("firmware version %u.%u", f[6], f[7]) + " build " +
+         return tav_com_detail::fmt("firmware version %u.%u", f[6], f[7]) + " build " +
                 std::to_string(f[8] | f[9]);
      }},
-    {Kind::handshake, "handshake", TAV_SUB_VERSION, "version/handshake", 1, 1, true,
+    {TAV_COM_KIND_HANDSHAKE, "handshake", TAV_COM_SUB_VERSION, "version/handshake", 1, 1, true,
      [](const uint8_t* d, size_t) { return d[0] == 0; },
      [](const std::vector<uint8_t>&) {
          return std::string("handshake (asks for the firmware version)");
      }},
-    {Kind::lcd_text, "lcd text", TAV_SUB_LCD_TEXT, "lcd text", 3, ANY_LEN, true,
+    {TAV_COM_KIND_LCD_TEXT, "lcd text", TAV_COM_SUB_LCD_TEXT, "lcd text", 3, TAV_COM_ANY_LEN, true,
      [](const uint8_t* d, size_t n) {
          return d[0] < TAV_COM_LCD_LINES && d[1] < TAV_COM_TEXT_MAX &&
                 d[1] + (n - 2) <= TAV_COM_TEXT_MAX;
      },
      [](const std::vector<uint8_t>& f) {
-         return detail::fmt("lcd line %u col %u ", f[5], f[6]) +
-                detail::quoted(f.data() + 7, f.size() - 8);
+         return tav_com_detail::fmt("lcd line %u col %u ", f[5], f[6]) +
+                tav_com_detail::quoted(f.data() + 7, f.size() - 8);
      }},
-    {Kind::cursor, "cursor", TAV_SUB_CURSOR, "cursor", 2, 2, true,
+    {TAV_COM_KIND_CURSOR, "cursor", TAV_COM_SUB_CURSOR, "cursor", 2, 2, true,
      [](const uint8_t* d, size_t) { return d[0] < TAV_COM_LCD_LINES && d[1] < TAV_COM_TEXT_MAX; },
      [](const std::vector<uint8_t>& f) {
-         return detail::fmt("cursor line %u col %u", f[5], f[6]);
+         return tav_com_detail::fmt("cursor line %u col %u", f[5], f[6]);
      }},
-    {Kind::led_steady, "leds on", TAV_SUB_LED_ON, "leds on", TAV_COM_MASK_LEN, TAV_COM_MASK_LEN,
-     true, nullptr,
-     [](const std::vector<uint8_t>& f) { return "leds on: " + mask_names(detail::mask(f)); }},
-    {Kind::led_blink, "leds blinking", TAV_SUB_LED_BLINK, "leds blinking", TAV_COM_MASK_LEN,
+    {TAV_COM_KIND_LED_STEADY, "leds on", TAV_COM_SUB_LED_ON, "leds on", TAV_COM_MASK_LEN,
      TAV_COM_MASK_LEN, true, nullptr,
-     [](const std::vector<uint8_t>& f) { return "leds blinking: " + mask_names(detail::mask(f)); }},
-    {Kind::blink_cycle, "blink cycle", TAV_SUB_BLINK_CYCLE, "blink cycle", 2, 2, true,
+     [](const std::vector<uint8_t>& f) {
+         return "leds on: " + tav_com_mask_names(tav_com_detail::mask(f));
+     }},
+    {TAV_COM_KIND_LED_BLINK, "leds blinking", TAV_COM_SUB_LED_BLINK, "leds blinking",
+     TAV_COM_MASK_LEN, TAV_COM_MASK_LEN, true, nullptr,
+     [](const std::vector<uint8_t>& f) {
+         return "leds blinking: " + tav_com_mask_names(tav_com_detail::mask(f));
+     }},
+    {TAV_COM_KIND_BLINK_CYCLE, "blink cycle", TAV_COM_SUB_BLINK_CYCLE, "blink cycle", 2, 2, true,
      [](const uint8_t* d, size_t) {
          return d[0] == 0x01 && d[1] >= 1 && d[1] <= TAV_COM_BLINK_CYCLE_MAX;
      },
      [](const std::vector<uint8_t>& f) { return "blink cycle " + std::to_string(f[6]); }},
-    {Kind::key_enable, "keys enabled", TAV_SUB_KEY_ENABLE, "keys enabled", TAV_COM_MASK_LEN,
-     TAV_COM_MASK_LEN, true, nullptr,
-     [](const std::vector<uint8_t>& f) { return "keys enabled: " + mask_names(detail::mask(f)); }},
-    {Kind::error_reply, "error reply", -1, nullptr, 0, 0, false, nullptr,
+    {TAV_COM_KIND_KEY_ENABLE, "keys enabled", TAV_COM_SUB_KEY_ENABLE, "keys enabled",
+     TAV_COM_MASK_LEN, TAV_COM_MASK_LEN, true, nullptr,
      [](const std::vector<uint8_t>& f) {
-         return detail::fmt("error reply order %02X code %02X", f[2], f[4]);
+         return "keys enabled: " + tav_com_mask_names(tav_com_detail::mask(f));
      }},
-    {Kind::unknown, "unknown", -1, nullptr, 0, 0, false, nullptr,
+    {TAV_COM_KIND_ERROR_REPLY, "error reply", -1, nullptr, 0, 0, false, nullptr,
      [](const std::vector<uint8_t>& f) {
-         return detail::fmt("unknown frame order %02X sub-command %02X: ", f[2],
-                            f.size() > 5 ? f[4] : 0) +
-                hex(f);
+         return tav_com_detail::fmt("error reply order %02X code %02X", f[2], f[4]);
      }},
-    {Kind::malformed, "malformed frame", -1, nullptr, 0, 0, false, nullptr, detail::malformed},
+    {TAV_COM_KIND_UNKNOWN, "unknown", -1, nullptr, 0, 0, false, nullptr,
+     [](const std::vector<uint8_t>& f) {
+         return tav_com_detail::fmt("unknown frame order %02X sub-command %02X: ", f[2],
+                                    f.size() > 5 ? f[4] : 0) +
+                tav_com_hex(f);
+     }},
+    {TAV_COM_KIND_MALFORMED, "malformed frame", -1, nullptr, 0, 0, false, nullptr,
+     tav_com_detail::malformed},
 };
-constexpr size_t KIND_COUNT = sizeof ROWS / sizeof ROWS[0];
+constexpr size_t TAV_COM_KIND_COUNT = sizeof TAV_COM_ROWS / sizeof TAV_COM_ROWS[0];
 static_assert(
     [] {
-        for (size_t i = 0; i < KIND_COUNT; ++i) {
-            if (static_cast<size_t>(ROWS[i].kind) != i) {
+        for (size_t i = 0; i < TAV_COM_KIND_COUNT; ++i) {
+            if (static_cast<size_t>(TAV_COM_ROWS[i].kind) != i) {
                 return false;
             }
         }
-        return KIND_COUNT == static_cast<size_t>(Kind::malformed) + 1;
+        return TAV_COM_KIND_COUNT == static_cast<size_t>(TAV_COM_KIND_MALFORMED) + 1;
     }(),
-    "one row per kind, in the order of Kind");
+    "one row per kind, in the order of TAV_COM_KIND");
 
-inline const Row& row(Kind k) {
-    return ROWS[static_cast<size_t>(k)];
+inline const TAV_COM_ROW& tav_com_row(TAV_COM_KIND k) {
+    return TAV_COM_ROWS[static_cast<size_t>(k)];
 }
 
-inline std::string detail::malformed(const std::vector<uint8_t>& f) {
+inline std::string tav_com_detail::malformed(const std::vector<uint8_t>& f) {
     if (f.size() == 4 && f[3] == 0) {
-        return "malformed frame (length 0; the program answers with an error reply): " + hex(f);
+        return "malformed frame (length 0; the program answers with an error reply): " +
+               tav_com_hex(f);
     }
     const char* what = "?";
-    for (const Row& r : ROWS) {
+    for (const TAV_COM_ROW& r : TAV_COM_ROWS) {
         if (f.size() > 5 && r.sub == f[4] && r.sub_name != nullptr) {
             what = r.sub_name;
             break;
         }
     }
-    return std::string("malformed frame (") + what + "): " + hex(f);
+    return std::string("malformed frame (") + what + "): " + tav_com_hex(f);
 }
 
 // The kind of one complete frame (head to check byte).
-inline Kind classify(const std::vector<uint8_t>& f) {
+inline TAV_COM_KIND tav_com_classify(const std::vector<uint8_t>& f) {
     if (f.size() < 5 || f[0] != TAV_COM_HEAD_BYTE || f[1] != TAV_COM_ADDR_BYTE || f[3] == 0 ||
         f.size() != f[3] + 5u) {
-        return Kind::malformed;
+        return TAV_COM_KIND_MALFORMED;
     }
     const uint8_t check = f.back();
     if (f[3] == 1 && check == TAV_COM_ERR_CHECK_BYTE) {
-        return Kind::error_reply; // with any order byte
+        return TAV_COM_KIND_ERROR_REPLY; // with any order byte
     }
     if (f[2] != TAV_COM_ORDER_BYTE) {
-        return Kind::unknown;
+        return TAV_COM_KIND_UNKNOWN;
     }
     const size_t n = f[3] - 1u;
-    const Row* first = nullptr;
-    for (const Row& r : ROWS) {
+    const TAV_COM_ROW* first = nullptr;
+    for (const TAV_COM_ROW& r : TAV_COM_ROWS) {
         if (r.sub != f[4]) {
             continue;
         }
         first = first != nullptr ? first : &r;
         if (n >= r.min && n <= r.max && (r.fits == nullptr || r.fits(f.data() + 5, n))) {
-            return r.checked && check != TAV_COM_CHECK_BYTE ? Kind::malformed : r.kind;
+            return r.checked && check != TAV_COM_CHECK_BYTE ? TAV_COM_KIND_MALFORMED : r.kind;
         }
     }
-    return first != nullptr && first->sub_name != nullptr ? Kind::malformed : Kind::unknown;
+    return first != nullptr && first->sub_name != nullptr ? TAV_COM_KIND_MALFORMED
+                                                          : TAV_COM_KIND_UNKNOWN;
 }
 
 // The one description of a frame, e.g. "key press TAKE" or
 // "lcd line 0 col 4 \"Hello\"".
-inline std::string describe(const std::vector<uint8_t>& f) {
-    return row(classify(f)).say(f);
+inline std::string tav_com_describe(const std::vector<uint8_t>& f) {
+    return tav_com_row(tav_com_classify(f)).say(f);
 }
-
-} // namespace tavcom

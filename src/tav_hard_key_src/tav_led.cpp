@@ -64,29 +64,29 @@ void tav_display_set_led(uint8_t cmd_id, uint8_t* ucledstatus) {
 }
 
 uint8_t tav_display_led_mutil_on(uint8_t* ucwhichled, uint8_t ledlength) {
-    return send_list(TAV_SUB_LED_ON, ucwhichled, ledlength);
+    return send_list(TAV_COM_SUB_LED_ON, ucwhichled, ledlength);
 }
 uint8_t tav_display_led_sigle_on(int32_t led_id) {
-    return send_single(TAV_SUB_LED_ON, led_id);
+    return send_single(TAV_COM_SUB_LED_ON, led_id);
 }
 uint8_t tav_display_led_all_on(void) {
-    return send_fill(TAV_SUB_LED_ON, 0xFF);
+    return send_fill(TAV_COM_SUB_LED_ON, 0xFF);
 }
 uint8_t tav_display_led_all_off(void) {
-    return send_fill(TAV_SUB_LED_ON, 0x00);
+    return send_fill(TAV_COM_SUB_LED_ON, 0x00);
 }
 
 uint8_t tav_display_led_blink_mutil_on(uint8_t* ucwhichled, uint8_t ledlength) {
-    return send_list(TAV_SUB_LED_BLINK, ucwhichled, ledlength);
+    return send_list(TAV_COM_SUB_LED_BLINK, ucwhichled, ledlength);
 }
 uint8_t tav_display_led_blink_sigle_on(int led_id) {
-    return send_single(TAV_SUB_LED_BLINK, led_id);
+    return send_single(TAV_COM_SUB_LED_BLINK, led_id);
 }
 uint8_t tav_display_led_blink_all_on(void) {
-    return send_fill(TAV_SUB_LED_BLINK, 0xFF);
+    return send_fill(TAV_COM_SUB_LED_BLINK, 0xFF);
 }
 uint8_t tav_display_led_blink_all_off(void) {
-    return send_fill(TAV_SUB_LED_BLINK, 0x00);
+    return send_fill(TAV_COM_SUB_LED_BLINK, 0x00);
 }
 
 uint8_t tav_display_led_blink_cycle(uint8_t uccycle) {
@@ -101,14 +101,14 @@ uint8_t tav_display_led_blink_cycle(uint8_t uccycle) {
 }
 
 uint8_t tav_display_key_mutil_enbale(uint8_t* ucwhichkey, uint8_t length) {
-    return send_list(TAV_SUB_KEY_ENABLE, ucwhichkey, length);
+    return send_list(TAV_COM_SUB_KEY_ENABLE, ucwhichkey, length);
 }
 uint8_t tav_display_key_sigle_enable(int key_id) {
-    return send_single(TAV_SUB_KEY_ENABLE, key_id);
+    return send_single(TAV_COM_SUB_KEY_ENABLE, key_id);
 }
 uint8_t tav_display_key_all_enable(void) {
-    return send_fill(TAV_SUB_KEY_ENABLE, 0xFF);
+    return send_fill(TAV_COM_SUB_KEY_ENABLE, 0xFF);
 }
 uint8_t tav_display_key_all_disable(void) {
-    return send_fill(TAV_SUB_KEY_ENABLE, 0x00);
+    return send_fill(TAV_COM_SUB_KEY_ENABLE, 0x00);
 }

@@ -60,7 +60,7 @@ void tav_a_format_sub21(TAV_COM_STRUCT* com_data) {
     }
     const uint8_t* d = com_data->com_buf;
     switch (d[0]) {
-    case TAV_SUB_VERSION:
+    case TAV_COM_SUB_VERSION:
         if (com_data->com_len != 1 + TAV_COM_VERSION_LEN) {
             tav_back_err(0, TAV_COM_ERR_CODE);
             break;
@@ -68,7 +68,7 @@ void tav_a_format_sub21(TAV_COM_STRUCT* com_data) {
         key_hard_ver.store(TAV_HARD_KEY_VER{d[2], d[3], static_cast<uint8_t>(d[4] | d[5])});
         tav_sethardkey_event(TAV_EVENT_HARDVER);
         break;
-    case TAV_SUB_KEY: {
+    case TAV_COM_SUB_KEY: {
         // The mask, most significant byte first; bytes past the length are 0.
         const uint32_t mask = (static_cast<uint32_t>(d[1]) << 24) |
                               (static_cast<uint32_t>(d[2]) << 16) |

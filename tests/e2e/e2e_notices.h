@@ -57,7 +57,7 @@ inline void expect_reboot_end(Sandbox& sb, int option, ms timeout = 30s) {
     ASSERT_GE(notice, 0);
     for (size_t i = static_cast<size_t>(notice) + 1; i < shots.size(); ++i) {
         const auto k = shots[i].kind;
-        EXPECT_TRUE(k == tavpanel::FrameKind::led_steady || k == tavpanel::FrameKind::led_blink)
+        EXPECT_TRUE(k == TAV_COM_KIND_LED_STEADY || k == TAV_COM_KIND_LED_BLINK)
             << "after the notice: " << tavpanel::describe(shots[i].bytes);
     }
 }

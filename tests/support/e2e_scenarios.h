@@ -72,7 +72,7 @@ inline std::vector<int> seq(int first, int n) {
 // The panel's picture after each frame the program sent, with the frame.
 struct Shot {
     double t = 0;
-    tavpanel::FrameKind kind = tavpanel::FrameKind::unknown;
+    tavpanel::FrameKind kind = TAV_COM_KIND_UNKNOWN;
     std::vector<uint8_t> bytes;
     tavpanel::PanelState st;
 };

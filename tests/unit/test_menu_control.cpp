@@ -103,7 +103,7 @@ TEST_F(MenuControl, SilentPanelGetsAHandshakeEverySecondAndAMessageAfterTwenty) 
     EXPECT_EQ(at, (std::vector<uint32_t>{19000, 41000}));
     size_t handshakes = 0;
     for (const auto& f : tavtest::PanelCapture::get().frames()) {
-        handshakes += f.kind == tavpanel::FrameKind::handshake;
+        handshakes += f.kind == TAV_COM_KIND_HANDSHAKE;
     }
     EXPECT_EQ(handshakes, 40u);
 }

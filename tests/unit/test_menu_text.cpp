@@ -342,7 +342,7 @@ TEST_F(MenuTest, TakeBlinkSentOnChangesOnly) {
             tav_bdl_menu_showleds(state, take);
             int n = 0;
             for (const auto& f : cap.frames())
-                n += f.kind == tavpanel::FrameKind::led_blink;
+                n += f.kind == TAV_COM_KIND_LED_BLINK;
             sent += std::to_string(n);
             EXPECT_EQ(panel().led_blink, take ? TAKE : 0u);
         }
