@@ -4,9 +4,9 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <initializer_list>
-#include <algorithm>
 #include <map>
 #include <numeric>
 #include <sstream>
