@@ -204,7 +204,6 @@ int32_t tav_matrix_register_inner_signal(void*, uint32_t mask, TAV_MATRIX_SIGNAL
     return locked([&] {
         log_call("register_inner_signal", {static_cast<int32_t>(mask)});
         g_state.callback = cb;
-        g_state.registered_mask = mask;
         return 0;
     });
 }
@@ -212,7 +211,6 @@ int32_t tav_matrix_unregister_inner_signal(void*, uint32_t mask) {
     return locked([&] {
         log_call("unregister_inner_signal", {static_cast<int32_t>(mask)});
         g_state.callback = nullptr;
-        g_state.registered_mask = 0;
         return 0;
     });
 }

@@ -28,7 +28,6 @@ struct State : tavsim::Chassis {
     int32_t get_edid_result = 0;
     int32_t set_edid_result = 0;
     TAV_MATRIX_SIGNAL_CALLBACK callback = nullptr;
-    uint32_t registered_mask = 0;
     int signal_fetches = 0; // calls of get_inner_signal_information
     // Port-table rebuilds and card queries in order: "video_table" /
     // "audio_table" when the direction of port 1 is asked (each rebuild

@@ -266,18 +266,6 @@ TEST_F(MenuTest, ResetStepsRequestsFlagFileAndPages) {
     setenv("TAV_ROOT", root().c_str(), 1);
     std::ifstream spaced_flag(spaced + "/tmp/tav_z8_reboot.flag");
     EXPECT_EQ(std::string(std::istreambuf_iterator<char>(spaced_flag), {}), "1\n");
-    // Leaving for the versions resets the step and reads the versions again;
-    // DEFAULT elsewhere opens the first step.
-    std::ofstream(root() + "/sim/quoral_version") << "3.10.42\n";
-    keys("M");
-    EXPECT_EQ(g_tav_menu, menu_display_version);
-    EXPECT_EQ(tav_menu_reset_get_step(), 0);
-    EXPECT_STREQ(g_tav_version.main_ver, "03.10.0042");
-    g_tav_menu = menu_reset;
-    keys("2T");
-    g_tav_menu = menu_eth_mask;
-    keys("D");
-    EXPECT_EQ(tav_menu_reset_get_step(), 0);
 }
 
 TEST(VersionText, PadsToTwoTwoFour) {
@@ -304,8 +292,8 @@ TEST_F(MenuTest, VersionsReadPublishedAndPaged) {
     EXPECT_EQ(tool_calls("tav_version"),
               (std::vector<std::string>{"quoral_version", "tav_keyboard_soft 01.01.0001",
                                         "tav_keyboard_hard 05.02.0010"}));
-    ASSERT_EQ(pauses().size(), 1u);
-    EXPECT_EQ(pauses()[0].ms, 1000u);
+    ASSERT_EQ(g_pauses.size(), 1u);
+    EXPECT_EQ(g_pauses[0].ms, 1000u);
     g_tav_menu = menu_display_version;
     const std::string lines[] = {"      MAIN APP VERSION  : 03.10.0042  >>",
                                  "<<    SOFT KEY VERSION  : 01.01.0001  >>",

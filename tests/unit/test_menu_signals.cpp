@@ -101,7 +101,6 @@ const DispatchCase kDispatch[] = {
     {"VconAndSlot", menu_vid_display, VCON | SLOT, 3, em_matrix_card_normal, {V, C3, V}, menu_vid_display, true, 0},
     {"SlotThenVport", menu_vid_display, VPORT | SLOT, 3, em_matrix_card_online, {C3, V, V}, menu_hot_plug, true, 1},
     // The update display drops everything but the update's own signal.
-    {"UpdateDropsSlot", menu_update, SLOT | VCON, 3, em_matrix_card_online, {}, menu_update, false, 0},
     {"UpdateDropsReboot", menu_update, REBOOT | PARAM, 1, NO_CARD, {}, menu_update, false, 0},
     // Reboot options other than 1-3 are no notice.
     {"RebootZero", menu_vid_display, REBOOT, 0, NO_CARD, {}, menu_vid_display, false, 0},
@@ -285,16 +284,17 @@ class Update : public MenuTest {
         tav_menu_updating();
         return redraw_requested();
     }
-    static int quiet_ticks() { // ticks in a row without a redisplay
-        int n = 0;
-        while (n < 1000 && !tick())
-            ++n;
-        return n;
+    // Ticks in a row without a redisplay; ticks until the menu is left.
+    static int quiet_ticks() {
+        return ticks_until([] { return redraw_requested(); }) - 1;
     }
     static int ticks_until_left() {
+        return ticks_until([] { return g_tav_menu != menu_update; });
+    }
+    template <class F> static int ticks_until(F done) {
         for (int n = 1; n <= 1000; ++n) {
             tick();
-            if (g_tav_menu != menu_update)
+            if (done())
                 return n;
         }
         return -1;
