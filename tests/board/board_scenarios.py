@@ -62,22 +62,36 @@ class Panel:
     def __init__(self):
         self.p = subprocess.Popen([EMU, '--device', PANEL, '--log', f'{B}/panel.log'], text=True,
                                   stdin=subprocess.PIPE, stdout=subprocess.PIPE)
+        self.buf = b''
 
     def line(self, timeout):
-        if not select.select([self.p.stdout], [], [], timeout)[0]:
-            raise TimeoutError('panel emulator silent')
-        return self.p.stdout.readline()
+        end = time.monotonic() + timeout
+        while b'\n' not in self.buf:
+            if not select.select([self.p.stdout], [], [], max(0, end - time.monotonic()))[0]:
+                raise TimeoutError('panel emulator silent')
+            data = os.read(self.p.stdout.fileno(), 4096)
+            if not data:
+                raise EOFError('panel emulator ended')
+            self.buf += data
+        l, self.buf = self.buf.split(b'\n', 1)
+        return l.decode(errors='replace')
 
     def cmd(self, c, wait_ms=0):
         self.p.stdin.write(c + '\n')
         self.p.stdin.flush()
-        return self.line(wait_ms / 1000 + 10).startswith('ok') if wait_ms else True
+        if not wait_ms:
+            return True
+        answer = self.line(wait_ms / 1000 + 10)
+        if not answer.startswith('ok'):
+            s = self.dump()
+            print(f'board: {c}: {answer}; the panel shows |{s["lcd0"]}| / |{s["lcd1"]}|')
+        return answer.startswith('ok')
 
     def dump(self):
         self.p.stdin.write('dump\n')
         self.p.stdin.flush()
-        lines = [self.line(10) for _ in range(11)]
-        return {l.split(' ', 1)[0]: l.split(' ', 1)[1].rstrip('\n') for l in lines}
+        lines = [self.line(10) for _ in range(12)]
+        return {l.split(' ', 1)[0]: l.split(' ', 1)[1] for l in lines}
 
     def keys(self, *ks):
         for k in ks:
@@ -96,15 +110,15 @@ def stacks(maps):
 def scenarios(con, panel, t0):
     INIT = '/etc/init.d/tav_keyboard'
     con.expect(r'board: up after', 90)
-    con.run('stty -echo')
+    con.run("stty -echo; PS1=''")
     # 1. The init script starts the program; the home page comes up.
     check(con.run(f'{INIT} start')[0] == 0, 'init script start')
     home = panel.cmd('wait-lcd 0 VOSW: 17 18 19 90000', 90000) and panel.cmd('wait-lcd 1 VISW: 01 02', 10000)
     check(home, f'home page {time.monotonic() - t0:.1f} s after qemu started')
-    rc, stty = con.run('stty -F /dev/ttyPSC3')
-    print('board: stty -F /dev/ttyPSC3:', ' '.join(stty.split()))
-    check(rc == 0 and re.search(r'speed 19200 baud', stty) and 'parenb' not in stty.replace('-parenb', '')
-          and 'cstopb' not in stty.replace('-cstopb', ''), 'panel port at 19200 8N1')
+    print('board: stty -F /dev/ttyPSC3:', ' '.join(con.run('stty -F /dev/ttyPSC3')[1].split()))
+    rc, stty = con.run('stty -a -F /dev/ttyPSC3')
+    check(rc == 0 and {'19200', 'cs8', '-parenb', '-cstopb', '-icanon', '-echo'} <= set(re.split(r'[\s;]+', stty)),
+          'panel port at 19200 8N1, raw')
     # 2. Input 3 to output 20 from the keys; the core then has the route.
     panel.keys(2, 0, 3)
     check(panel.cmd('wait-lcd 1 IN3_=>OUT20 10000', 10000), 'keys 2 0 3 select the route')
@@ -141,6 +155,7 @@ def scenarios(con, panel, t0):
     s = panel.dump()
     check('The device is restarting' in s['lcd0'] and 'Please wait' in s['lcd1'],
           f'the panel keeps the notice: {s["lcd0"]} / {s["lcd1"]}')
+    open(f'{B}/guest-messages.log', 'w').write(con.run('cat /var/log/messages')[1])
 
 
 def main():
