@@ -21,14 +21,8 @@ extern char** environ;
 
 namespace {
 
-uint64_t mono_ms(void) {
-    struct timespec ts;
-    clock_gettime(CLOCK_MONOTONIC, &ts);
-    return static_cast<uint64_t>(ts.tv_sec) * 1000u + static_cast<uint64_t>(ts.tv_nsec) / 1000000u;
-}
-
 int ms_left(uint64_t deadline) {
-    const uint64_t now = mono_ms();
+    const uint64_t now = tav_btool_mono_ms();
     return now >= deadline ? 0 : static_cast<int>(deadline - now);
 }
 
@@ -64,8 +58,32 @@ pid_t spawn_shell(const char* cmd, int out_fd) {
     return pid;
 }
 
+// Killed tools that had not ended when their run gave up on them; reaped
+// without waiting by later runs. A full table forgets the oldest (the kernel
+// still holds it as a zombie, harmless).
+constexpr size_t kUnreapedMax = 8;
+pid_t m_unreaped[kUnreapedMax];
+size_t m_unreaped_next;
+// How long a killed tool is waited for before it is left behind: a tool stuck
+// in uninterruptible I/O must not hold the caller.
+constexpr int kReapAfterKillMs = 100;
+
+void reap_left_behind(void) {
+    for (pid_t& pid : m_unreaped) {
+        if (pid > 0 && waitpid(pid, nullptr, WNOHANG) != 0) {
+            pid = 0;
+        }
+    }
+}
+
+void leave_behind(pid_t pid) {
+    m_unreaped[m_unreaped_next] = pid;
+    m_unreaped_next = (m_unreaped_next + 1) % kUnreapedMax;
+}
+
 // Waits for the child until the deadline; on time-out kills its whole
-// process group and collects it. Returns the wait status, or -1 on time-out.
+// process group and collects it, if it ends within a short grace, else it is
+// left behind. Returns the wait status, or -1 on time-out.
 int wait_child(pid_t pid, uint64_t deadline) {
     int status = 0;
     for (;;) {
@@ -85,7 +103,14 @@ int wait_child(pid_t pid, uint64_t deadline) {
         nanosleep(&ts, nullptr);
     }
     kill(-pid, SIGKILL);
-    while (waitpid(pid, &status, 0) < 0 && errno == EINTR) {
+    const uint64_t grace = tav_btool_mono_ms() + kReapAfterKillMs;
+    while (waitpid(pid, &status, WNOHANG) == 0) {
+        if (ms_left(grace) == 0) {
+            leave_behind(pid);
+            break;
+        }
+        struct timespec ts = {0, 5 * 1000000L};
+        nanosleep(&ts, nullptr);
     }
     return -1;
 }
@@ -111,6 +136,12 @@ void log_timeout(const char* func, const char* cmd, uint32_t timeout_ms) {
 
 } // namespace
 
+uint64_t tav_btool_mono_ms(void) {
+    struct timespec ts;
+    clock_gettime(CLOCK_MONOTONIC, &ts);
+    return static_cast<uint64_t>(ts.tv_sec) * 1000u + static_cast<uint64_t>(ts.tv_nsec) / 1000000u;
+}
+
 uint32_t tav_btool_stamp_of(const struct timeval* tv) {
     return static_cast<uint32_t>(tv->tv_sec) * 1000u + static_cast<uint32_t>(tv->tv_usec / 1000);
 }
@@ -128,10 +159,11 @@ int tav_btool_system(const char* shcmd) {
         return -1;
     }
     ChildSignalDefault chld;
+    reap_left_behind();
     const pid_t pid = spawn_shell(shcmd, -1);
     int status = -1;
     if (pid > 0) {
-        status = wait_child(pid, mono_ms() + TAV_BTOOL_TIMEOUT_MS);
+        status = wait_child(pid, tav_btool_mono_ms() + TAV_BTOOL_TIMEOUT_MS);
         if (status == -1) {
             log_timeout(__func__, shcmd, TAV_BTOOL_TIMEOUT_MS);
             return -1;
@@ -154,7 +186,8 @@ int tav_btool_run(const char* shcmd, char* buf, int len, uint32_t timeout_ms) {
         return -1;
     }
     ChildSignalDefault chld;
-    const uint64_t deadline = mono_ms() + timeout_ms;
+    reap_left_behind();
+    const uint64_t deadline = tav_btool_mono_ms() + timeout_ms;
     const pid_t pid = spawn_shell(shcmd, fds[1]);
     close(fds[1]);
     if (pid < 0) {
@@ -168,10 +201,23 @@ int tav_btool_run(const char* shcmd, char* buf, int len, uint32_t timeout_ms) {
     int used = 0;
     bool line_done = false;
     bool timed_out = false;
+    int status = -1;
+    bool ended = false;
     for (;;) {
+        // Once the line is complete, look every 10 ms whether the tool has
+        // ended: a background child may keep its output open long after.
+        const int left = ms_left(deadline);
+        const int slice = line_done && left > 10 ? 10 : left;
         pollfd p = {fds[0], POLLIN, 0};
-        const int r = poll(&p, 1, ms_left(deadline));
+        const int r = poll(&p, 1, slice);
         if (r < 0 && errno == EINTR) {
+            continue;
+        }
+        if (r == 0 && line_done && waitpid(pid, &status, WNOHANG) == pid) {
+            ended = true;
+            break;
+        }
+        if (r == 0 && slice < left) {
             continue;
         }
         if (r <= 0) {
@@ -192,9 +238,11 @@ int tav_btool_run(const char* shcmd, char* buf, int len, uint32_t timeout_ms) {
     if (timed_out) {
         kill(-pid, SIGKILL);
     }
-    if (wait_child(pid, deadline) == -1 || timed_out) {
+    if ((!ended && wait_child(pid, deadline) == -1) || timed_out) {
         log_timeout(__func__, shcmd, timeout_ms);
-        return -1;
+        if (!line_done) {
+            return -1;
+        }
     }
     if (used == 0) {
         return -1;
@@ -204,7 +252,21 @@ int tav_btool_run(const char* shcmd, char* buf, int len, uint32_t timeout_ms) {
     return 0;
 }
 
-int tav_btool_start_thread(pthread_t* id, void* (*body)(void*), bool detached) {
+size_t tav_btool_thread_stack_bytes(void) {
+    size_t bytes = TAV_THREAD_STACK_BYTES;
+    const long least = sysconf(_SC_THREAD_STACK_MIN);
+    if (least > 0 && static_cast<size_t>(least) > bytes) {
+        bytes = static_cast<size_t>(least);
+    }
+    const long page = sysconf(_SC_PAGESIZE);
+    if (page > 0) {
+        const size_t p = static_cast<size_t>(page);
+        bytes = (bytes + p - 1) / p * p;
+    }
+    return bytes;
+}
+
+int tav_btool_start_thread(pthread_t* id, void* (*body)(void*), bool detached, void* arg) {
     sigset_t stop;
     sigset_t old;
     sigemptyset(&stop);
@@ -213,11 +275,15 @@ int tav_btool_start_thread(pthread_t* id, void* (*body)(void*), bool detached) {
     pthread_sigmask(SIG_BLOCK, &stop, &old);
     pthread_attr_t attr;
     pthread_attr_init(&attr);
-    pthread_attr_setstacksize(&attr, TAV_THREAD_STACK_BYTES);
+    const int stack_err = pthread_attr_setstacksize(&attr, tav_btool_thread_stack_bytes());
+    if (stack_err != 0) {
+        tav_log(TAV_LOG_WARNING, "func=[%s]stack size %lu: %s", __func__,
+                static_cast<unsigned long>(tav_btool_thread_stack_bytes()), strerror(stack_err));
+    }
     if (detached) {
         pthread_attr_setdetachstate(&attr, PTHREAD_CREATE_DETACHED);
     }
-    const int err = pthread_create(id, &attr, body, nullptr);
+    const int err = pthread_create(id, &attr, body, arg);
     pthread_attr_destroy(&attr);
     pthread_sigmask(SIG_SETMASK, &old, nullptr);
     return err;

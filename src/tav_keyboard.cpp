@@ -58,7 +58,7 @@ void tav_dev_init(void) {
     tav_hardkey_init();
     set_uart_runflag();
     tav_key_var_init();
-    std::lock_guard<std::recursive_mutex> lk(tav_menu_engine_mutex());
+    std::lock_guard<std::mutex> lk(tav_menu_engine_mutex());
     tav_menu_ctl_init();
 }
 
@@ -87,15 +87,14 @@ uint8_t tav_create_thread(void) {
     return 0;
 }
 
+// The caller holds the engine lock (main's tear-down, or the listener's
+// dispatch of a reboot notice).
 void tav_dev_destory(void) {
     tav_uartclose();
     tav_hardkey_init();
     clear_uart_runflag();
     tav_key_var_destory();
-    {
-        std::lock_guard<std::recursive_mutex> lk(tav_menu_engine_mutex());
-        tav_menu_ctl_distory();
-    }
+    tav_menu_ctl_distory();
 }
 
 // Waits (bounded) for the receive thread that the shutdown has woken.
@@ -119,6 +118,7 @@ void signal_handle(int isignum) {
     g_tav_uart_runflag.store(0);
     g_tav_key_runflag.store(0);
     tav_uart_wake();
+    tav_menu_wake();
     if (m_tav_main_thread_known.load() != 0 && !pthread_equal(pthread_self(), m_tav_main_thread)) {
         pthread_kill(m_tav_main_thread, isignum);
     }
@@ -126,6 +126,12 @@ void signal_handle(int isignum) {
 }
 
 #ifndef TAV_NO_MAIN
+// The program's tear-down, under the engine lock.
+static void tear_down(void) {
+    std::lock_guard<std::mutex> lk(tav_menu_engine_mutex());
+    tav_dev_destory();
+}
+
 int main() {
     // One malloc arena for all threads: the few allocations of the threads
     // (log messages, the library's calls) need no arena of their own.
@@ -139,7 +145,7 @@ int main() {
     }
     tav_dev_init();
     if (m_tav_stop_requested.load() != 0) {
-        tav_dev_destory();
+        tear_down();
         return 1;
     }
     if (tav_base_port_open() != 0) {
@@ -151,7 +157,7 @@ int main() {
     while (g_tav_key_runflag.load() != 0) {
         tav_menu_control();
     }
-    tav_dev_destory();
+    tear_down();
     tav_join_rx_thread();
     return 1;
 }

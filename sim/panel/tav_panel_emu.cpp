@@ -22,11 +22,20 @@ namespace tavpanel {
 
 namespace {
 
+using Clock = std::chrono::steady_clock;
+using std::chrono::microseconds;
+
 // One step of the sender: bytes to write, then a pause.
 struct SendStep {
     std::vector<uint8_t> bytes;
-    int pause_ms = 0;
+    microseconds pause{0};
 };
+
+timespec timespec_of(Clock::duration d) {
+    const auto us = std::chrono::duration_cast<microseconds>(std::max(d, Clock::duration::zero()));
+    return {static_cast<time_t>(us.count() / 1000000),
+            static_cast<long>(us.count() % 1000000) * 1000};
+}
 
 double now_s() {
     using namespace std::chrono;
@@ -62,11 +71,21 @@ struct PanelEmulator::Impl {
     std::deque<SendStep> queue;
     uint64_t queued = 0, sent = 0; // steps, for waiting on press()
 
-    std::mutex write_m; // one frame per write on the master
-    std::mutex port_m;  // one drop or restore at a time
+    std::mutex write_m;          // one frame per write on the master
+    Clock::time_point tx_free{}; // under write_m: when the line to the program is idle
+    // Under the reader only: bytes from the program still on the line, each
+    // with the time its last bit arrives.
+    std::deque<std::pair<uint8_t, Clock::time_point>> rx_line;
+    Clock::time_point rx_free{};
+    std::mutex port_m; // one drop or restore at a time
 
     explicit Impl(EmulatorOptions o) : opts(std::move(o)) {
         model.set_frame_limit(opts.frame_limit);
+    }
+
+    // 8N1: a start bit, 8 data bits and a stop bit.
+    std::chrono::nanoseconds byte_time() const {
+        return std::chrono::nanoseconds(opts.baud > 0 ? 10'000'000'000LL / opts.baud : 0);
     }
 
     void log_line(const char* dir, const std::string& what) {
@@ -110,9 +129,16 @@ struct PanelEmulator::Impl {
                 std::lock_guard<std::mutex> l(m);
                 record(Dir::panel, bytes.data(), bytes.size());
             }
+            // Paced: each byte is handed over when its last bit would arrive.
+            const auto bt = byte_time();
+            const Clock::time_point start = std::max(Clock::now(), tx_free);
             size_t off = 0;
             while (off < bytes.size()) {
-                ssize_t n = ::write(master, bytes.data() + off, bytes.size() - off);
+                const size_t chunk = bt.count() > 0 ? 1 : bytes.size() - off;
+                if (bt.count() > 0) {
+                    std::this_thread::sleep_until(start + bt * static_cast<long>(off + 1));
+                }
+                ssize_t n = ::write(master, bytes.data() + off, chunk);
                 if (n > 0) {
                     off += static_cast<size_t>(n);
                 } else if (n < 0 && errno == EAGAIN) {
@@ -126,6 +152,7 @@ struct PanelEmulator::Impl {
                     break;
                 }
             }
+            tx_free = start + bt * static_cast<long>(bytes.size());
         }
         std::lock_guard<std::mutex> l(m);
         log_line("->", describe_sent(bytes));
@@ -186,9 +213,10 @@ struct PanelEmulator::Impl {
         note(open ? "port opened by the program" : "port closed by the program");
     }
 
-    bool stop_requested(int timeout_ms) {
+    bool stop_requested(microseconds timeout) {
         pollfd p{stop_pipe[0], POLLIN, 0};
-        return ::poll(&p, 1, timeout_ms) > 0;
+        const timespec ts = timespec_of(timeout);
+        return ::ppoll(&p, 1, &ts, nullptr) > 0;
     }
 
     // The reader's wait: true when it is to end (stop, or the line dropped).
@@ -270,9 +298,36 @@ struct PanelEmulator::Impl {
         bump();
     }
 
+    // The bytes whose time on the line is over go into the model; a
+    // handshake among them is answered.
+    void arrive() {
+        std::vector<uint8_t> due;
+        const Clock::time_point now = Clock::now();
+        while (!rx_line.empty() && rx_line.front().second <= now) {
+            due.push_back(rx_line.front().first);
+            rx_line.pop_front();
+        }
+        if (due.empty()) {
+            return;
+        }
+        std::vector<uint8_t> answer;
+        {
+            std::lock_guard<std::mutex> l(m);
+            const size_t fb = model.frames_total();
+            const size_t hb = model.handshakes();
+            model.feed(due.data(), due.size());
+            if (model.frames_total() == fb) {
+                return; // the frame is still on the line
+            }
+            took(fb, hb, answer);
+        }
+        write_bytes(answer);
+    }
+
     void read_loop() {
         uint8_t buf[512];
         bool open = false; // the reader's own view; published through set_peer
+        rx_line.clear();   // what was on a line that was dropped never arrives
         for (;;) {
             short rev = 0;
             if (!open) {
@@ -291,7 +346,12 @@ struct PanelEmulator::Impl {
             } else {
                 pollfd p[3] = {
                     {master, POLLIN, 0}, {stop_pipe[0], POLLIN, 0}, {ctl_pipe[0], POLLIN, 0}};
-                if (::poll(p, 3, -1) < 0) {
+                // Bytes still on the line: wake when the first one arrives.
+                timespec ts{};
+                if (!rx_line.empty()) {
+                    ts = timespec_of(rx_line.front().second - Clock::now());
+                }
+                if (::ppoll(p, 3, rx_line.empty() ? nullptr : &ts, nullptr) < 0) {
                     if (errno == EINTR) {
                         continue;
                     }
@@ -310,21 +370,28 @@ struct PanelEmulator::Impl {
                         // between two looks.
                         set_peer(true);
                     }
-                    std::vector<uint8_t> answer;
                     {
                         std::lock_guard<std::mutex> l(m);
-                        const size_t fb = model.frames_total();
-                        const size_t hb = model.handshakes();
                         record(Dir::program, buf, static_cast<size_t>(n));
-                        model.feed(buf, static_cast<size_t>(n));
-                        took(fb, hb, answer);
                     }
-                    write_bytes(answer);
+                    const auto bt = byte_time();
+                    rx_free = std::max(rx_free, Clock::now());
+                    for (ssize_t i = 0; i < n; ++i) {
+                        rx_free += bt;
+                        rx_line.emplace_back(buf[i], rx_free);
+                    }
+                    arrive();
                     open = open || (rev & POLLHUP) == 0;
                     continue;
                 }
             }
+            arrive();
             if (rev & (POLLHUP | POLLERR)) {
+                // What the program wrote before it closed the port still arrives first.
+                if (!rx_line.empty()) {
+                    std::this_thread::sleep_until(rx_line.back().second);
+                    arrive();
+                }
                 open = false;
                 set_peer(false);
             }
@@ -342,7 +409,7 @@ struct PanelEmulator::Impl {
             queue.pop_front();
             l.unlock();
             write_bytes(step.bytes);
-            if (step.pause_ms > 0 && stop_requested(step.pause_ms)) {
+            if (step.pause.count() > 0 && stop_requested(step.pause)) {
                 l.lock();
                 return;
             }
@@ -470,32 +537,44 @@ void PanelEmulator::stop() {
 }
 
 void PanelEmulator::press(int key) {
-    impl_->wait_sent(impl_->enqueue({{key_frame(key), impl_->opts.hold_ms}, {release_frame(), 0}}));
+    const microseconds hold = std::chrono::milliseconds(impl_->opts.hold_ms);
+    impl_->wait_sent(impl_->enqueue({{key_frame(key), hold}, {release_frame(), {}}}));
 }
 
 void PanelEmulator::press_async(int key) {
-    impl_->enqueue({{key_frame(key), impl_->opts.hold_ms}, {release_frame(), 0}});
+    const microseconds hold = std::chrono::milliseconds(impl_->opts.hold_ms);
+    impl_->enqueue({{key_frame(key), hold}, {release_frame(), {}}});
+}
+
+void PanelEmulator::tap(int key, microseconds hold) {
+    const auto release = release_frame();
+    const microseconds pause = std::max(hold - line_time(release.size()), microseconds(0));
+    impl_->wait_sent(impl_->enqueue({{key_frame(key), pause}, {release, {}}}));
+}
+
+microseconds PanelEmulator::line_time(size_t bytes) const {
+    return std::chrono::duration_cast<microseconds>(impl_->byte_time() * static_cast<long>(bytes));
 }
 
 void PanelEmulator::lock_toggle(bool wait) {
-    const int hold = impl_->opts.hold_ms;
+    const microseconds hold = std::chrono::milliseconds(impl_->opts.hold_ms);
     const uint64_t n = impl_->enqueue(
-        {{key_frame(KEY_LOCK), hold}, {key_frame(KEY_LOCK), hold}, {release_frame(), 0}});
+        {{key_frame(KEY_LOCK), hold}, {key_frame(KEY_LOCK), hold}, {release_frame(), {}}});
     if (wait) {
         impl_->wait_sent(n);
     }
 }
 
 void PanelEmulator::press_no_release(int key) {
-    impl_->wait_sent(impl_->enqueue({{key_frame(key), 0}}));
+    impl_->wait_sent(impl_->enqueue({{key_frame(key), {}}}));
 }
 
 void PanelEmulator::release() {
-    impl_->wait_sent(impl_->enqueue({{release_frame(), 0}}));
+    impl_->wait_sent(impl_->enqueue({{release_frame(), {}}}));
 }
 
 void PanelEmulator::send_raw(const std::vector<uint8_t>& bytes) {
-    impl_->wait_sent(impl_->enqueue({{bytes, 0}}));
+    impl_->wait_sent(impl_->enqueue({{bytes, {}}}));
 }
 
 void PanelEmulator::send_split(const std::vector<uint8_t>& bytes, const std::vector<size_t>& cuts,
@@ -506,12 +585,12 @@ void PanelEmulator::send_split(const std::vector<uint8_t>& bytes, const std::vec
         if (c > from && c < bytes.size()) {
             steps.push_back({std::vector<uint8_t>(bytes.begin() + static_cast<long>(from),
                                                   bytes.begin() + static_cast<long>(c)),
-                             static_cast<int>(gap.count())});
+                             gap});
             from = c;
         }
     }
     steps.push_back(
-        {std::vector<uint8_t>(bytes.begin() + static_cast<long>(from), bytes.end()), 0});
+        {std::vector<uint8_t>(bytes.begin() + static_cast<long>(from), bytes.end()), {}});
     impl_->wait_sent(impl_->enqueue(std::move(steps)));
 }
 

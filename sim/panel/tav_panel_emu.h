@@ -16,6 +16,16 @@
 //
 // The line can vanish and come back (drop_port, restore_port): the master is
 // closed and the link removed, later a new pty is linked at the same path.
+//
+// The line's pace: a pty moves bytes at once, the panel's line at 19200 baud,
+// 10 bits a byte (8N1). With `baud` set, the emulator keeps the line's time
+// both ways: the bytes it sends leave one byte time apart (a key frame takes
+// about 5.2 ms), and the bytes the program writes reach the model one byte
+// time after another from the moment they were written (or the line was
+// free), so a frame is applied when its last byte would have arrived. The
+// program's write itself is not slowed, as a UART's transmit buffer would
+// not. A handshake answer is sent from the reader, which meanwhile (about
+// 6 ms) reads nothing; that only happens when the program (re)opens the port.
 #pragma once
 
 #include <chrono>
@@ -40,6 +50,7 @@ struct EmulatorOptions {
     uint8_t fw_main = 1, fw_minor = 0, fw_build_hi = 0, fw_build_lo = 1;
     std::string log_path;   // optional frame log with timestamps
     int hold_ms = 250;      // time between a key frame and its release
+    int baud = 19200;       // the line's rate, 10 bits a byte; 0: bytes move at once
     size_t frame_limit = 0; // frames kept (0: all); long interactive runs set one
     // Recording of every byte both ways (tav_panel_decode.h); empty: none.
     std::string record_path;
@@ -72,6 +83,11 @@ class PanelEmulator {
     void release();
     // Fault injection: raw bytes (malformed lengths, garbage, ...).
     void send_raw(const std::vector<uint8_t>& bytes);
+    // A tap: key frame, release frame `hold` after it (from the end of the
+    // key frame to the end of the release on the line). Returns when sent.
+    void tap(int key, std::chrono::microseconds hold);
+    // The time `bytes` bytes take on the line (0 when unpaced).
+    std::chrono::microseconds line_time(size_t bytes) const;
     // The bytes in pieces cut at the given offsets, `gap` apart.
     void send_split(const std::vector<uint8_t>& bytes, const std::vector<size_t>& cuts,
                     std::chrono::milliseconds gap);

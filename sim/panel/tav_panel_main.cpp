@@ -1,12 +1,15 @@
 // tav_panel_emu: the emulated front panel for people and shell scripts.
 //
-//   tav_panel_emu --root DIR | --device PATH [--silent] [--firmware MAIN.MINOR.BUILD] [--log FILE]
-//                 [--hold-ms N] [--record FILE] [--serve | --replay FILE [--speed N] [--expect]]
+//   tav_panel_emu --root DIR | --device PATH [--silent] [--firmware MAIN.MINOR.BUILD]
+//                 [--log FILE] [--hold-ms N] [--baud N] [--record FILE]
+//                 [--serve | --replay FILE [--speed N] [--expect]]
 //
 // On a terminal it shows the panel and maps the PC keyboard to the keys.
 // Otherwise it reads commands, one a line, from standard input (see usage()).
 // --device: the panel on an existing terminal or unix socket (a VM's UART).
 // --serve: no interaction at all; serve the program until SIGINT or SIGTERM.
+// --baud: the line's rate both ways (default 19200, as the panel's line; 0:
+// bytes move at once).
 // --record: every byte both ways into FILE (format in tav_panel_decode.h).
 // --replay: the key frames of a recording played against the program.
 // SIGUSR1 (any mode), the key p (terminal) or drop-port / restore-port
@@ -69,10 +72,12 @@ void restore_tty() {
 
 void usage() {
     fputs("usage: tav_panel_emu --root DIR | --device PATH [--silent] [--firmware MAIN.MINOR.BUILD]\n"
-          "                     [--log FILE] [--hold-ms N] [--record FILE]\n"
+          "                     [--log FILE] [--hold-ms N] [--baud N] [--record FILE]\n"
           "                     [--serve | --replay FILE [--speed N] [--expect]]\n"
           "  --device PATH         the panel on an existing terminal device or unix socket\n"
           "                        (e.g. a virtual machine's UART) instead of a pty of its own\n"
+          "  --baud N              bytes move at N baud, 10 bits a byte, both ways (default\n"
+          "                        19200, the panel's line; 0: at once)\n"
           "  --record FILE         every byte both ways, with times, into FILE\n"
           "  --replay FILE         play the key frames of a recording with their spacing and\n"
           "                        answer the handshake as the recording did; --speed N: N times\n"
@@ -448,6 +453,12 @@ int main(int argc, char** argv) {
             o.log_path = argv[++i];
         } else if (a == "--hold-ms" && has_value) {
             o.hold_ms = atoi(argv[++i]);
+        } else if (a == "--baud" && has_value) {
+            o.baud = atoi(argv[++i]);
+            if (o.baud < 0 || o.baud > 4000000) {
+                usage();
+                return 2;
+            }
         } else if (a == "--serve") {
             serve = true;
         } else if (a == "--record" && has_value) {
@@ -506,8 +517,9 @@ int main(int argc, char** argv) {
     sigaction(SIGUSR1, &sa, nullptr);
 
     char info[160];
-    snprintf(info, sizeof info, "%s  fw %u.%u.%u  %s", o.root.c_str(), o.fw_main, o.fw_minor,
-             (o.fw_build_hi << 8) | o.fw_build_lo, o.answer_handshake ? "answering" : "silent");
+    snprintf(info, sizeof info, "%s  fw %u.%u.%u  %s  %d baud", o.root.c_str(), o.fw_main,
+             o.fw_minor, (o.fw_build_hi << 8) | o.fw_build_lo,
+             o.answer_handshake ? "answering" : "silent", o.baud);
     PanelEmulator emu(o);
     if (!emu.start()) {
         fprintf(stderr, "tav_panel_emu: cannot create the panel below %s: %s\n", o.root.c_str(),

@@ -51,18 +51,31 @@ char m_tav_port_param[32];
 // which then redraws the page.
 std::atomic<bool> m_tav_port_reopened{false};
 
-// Raised events, for a wait on them (tav_wait_hardkey_event). Made once.
+// Posted for every key report and raised event bit, for a wait on them
+// (tav_hardkey_event_fd). Made once.
 const int m_tav_event_fd = tav_btool_event_new();
+
+// Key reports in arrival order. Single producer (the receive thread), single
+// consumer (the main thread); head and tail count reports ever taken and
+// appended, so tail - head is the number waiting. The producer writes the
+// slot before it publishes the tail (release); the consumer reads the tail
+// with acquire before it reads a slot, and publishes the head when done.
+TAV_KEY_ENUM m_key_ring[TAV_KEY_QUEUE_LEN];
+std::atomic<uint32_t> m_key_head{0};
+std::atomic<uint32_t> m_key_tail{0};
+std::atomic<uint32_t> m_key_dropped{0};
+// Consumer side: the report the last clear of TAV_EVENT_KEY took, and whether
+// tav_getkey_val() still returns it (until the event word is read again).
+std::atomic<TAV_KEY_ENUM> m_key_taken{TAV_KEY_NULL};
+std::atomic<bool> m_key_holding{false};
+
+uint32_t key_waiting(void) {
+    return m_key_tail.load(std::memory_order_acquire) - m_key_head.load(std::memory_order_relaxed);
+}
 
 // Wakes the receive thread out of its wait on the port: written when its run
 // flag is cleared or the port closed. Made once for the life of the process.
 const int m_tav_rx_wake_fd = tav_btool_event_new();
-
-uint64_t port_now_ms() {
-    struct timespec ts;
-    clock_gettime(CLOCK_MONOTONIC, &ts);
-    return static_cast<uint64_t>(ts.tv_sec) * 1000u + static_cast<uint64_t>(ts.tv_nsec) / 1000000u;
-}
 
 // Caller holds the transmit mutex.
 void port_close_locked(bool let_output_drain) {
@@ -72,7 +85,7 @@ void port_close_locked(bool let_output_drain) {
     int fd = m_tav_port_fd.load();
     if (let_output_drain) {
         tcdrain(fd);
-        uint64_t now = port_now_ms();
+        uint64_t now = tav_btool_mono_ms();
         uint64_t until = m_tav_tx_busy_until_ms + TAV_PORT_DRAIN_MARGIN_MS;
         if (until > now) {
             uint64_t wait = until - now;
@@ -106,7 +119,7 @@ int tav_port_write_locked(const void* frame, int len) {
     int n = tav_buart_write_bytes(m_tav_port_fd.load(),
                                   static_cast<char*>(const_cast<void*>(frame)), len);
     if (n > 0) {
-        uint64_t now = port_now_ms();
+        uint64_t now = tav_btool_mono_ms();
         uint64_t start = m_tav_tx_busy_until_ms > now ? m_tav_tx_busy_until_ms : now;
         // 10 bits per byte on the line.
         m_tav_tx_busy_until_ms =
@@ -159,17 +172,6 @@ void tav_sethardkey_event(int event) {
     tav_btool_event_post(m_tav_event_fd);
 }
 
-void tav_wait_hardkey_event(int32_t event, uint32_t timeout_ms) {
-    const uint64_t deadline = port_now_ms() + timeout_ms;
-    while ((tav_gethardkey_event() & event) == 0) {
-        const uint64_t now = port_now_ms();
-        if (now >= deadline) {
-            return;
-        }
-        tav_btool_event_wait(m_tav_event_fd, static_cast<int>(deadline - now));
-    }
-}
-
 int tav_port_reopen_pause_ms(int previous_ms) {
     if (previous_ms <= 0) {
         return TAV_RX_REOPEN_FIRST_MS;
@@ -181,10 +183,54 @@ bool tav_port_take_reopened(void) {
     return m_tav_port_reopened.exchange(false);
 }
 int32_t tav_gethardkey_event(void) {
-    return g_tav_event.load(std::memory_order_acquire);
+    m_key_holding.store(false, std::memory_order_relaxed);
+    const int32_t bits = g_tav_event.load(std::memory_order_acquire);
+    return key_waiting() != 0 ? bits | TAV_EVENT_KEY : bits;
 }
 void tav_clear_keyevent(int event) {
+    if ((event & TAV_EVENT_KEY) != 0) {
+        const uint32_t head = m_key_head.load(std::memory_order_relaxed);
+        const bool take = key_waiting() != 0;
+        if (take) {
+            m_key_taken.store(m_key_ring[head % TAV_KEY_QUEUE_LEN], std::memory_order_relaxed);
+            m_key_head.store(head + 1, std::memory_order_release);
+        }
+        m_key_holding.store(take, std::memory_order_relaxed);
+    }
     g_tav_event.fetch_and(~event, std::memory_order_acq_rel);
+}
+
+void tav_key_push(TAV_KEY_ENUM keyval) {
+    g_tav_keyval.store(keyval, std::memory_order_release);
+    const uint32_t tail = m_key_tail.load(std::memory_order_relaxed);
+    if (tail - m_key_head.load(std::memory_order_acquire) >= TAV_KEY_QUEUE_LEN) {
+        m_key_dropped.fetch_add(1, std::memory_order_relaxed);
+        return;
+    }
+    m_key_ring[tail % TAV_KEY_QUEUE_LEN] = keyval;
+    m_key_tail.store(tail + 1, std::memory_order_release);
+    tav_btool_event_post(m_tav_event_fd);
+}
+
+void tav_key_keep_last(void) {
+    const uint32_t tail = m_key_tail.load(std::memory_order_acquire);
+    if (tail - m_key_head.load(std::memory_order_relaxed) > 1) {
+        m_key_head.store(tail - 1, std::memory_order_release);
+    }
+}
+
+uint32_t tav_key_dropped(void) {
+    return m_key_dropped.load(std::memory_order_relaxed);
+}
+
+int tav_hardkey_event_fd(void) {
+    return m_tav_event_fd;
+}
+
+void tav_key_queue_reset(void) {
+    m_key_head.store(m_key_tail.load(std::memory_order_acquire), std::memory_order_release);
+    m_key_holding.store(false, std::memory_order_relaxed);
+    m_key_taken.store(TAV_KEY_NULL, std::memory_order_relaxed);
 }
 
 void tav_sethardsend_event(int event) {
@@ -198,6 +244,12 @@ void tav_clear_sendevent(int event) {
 }
 
 TAV_KEY_ENUM tav_getkey_val(void) {
+    if (m_key_holding.load(std::memory_order_relaxed)) {
+        return m_key_taken.load(std::memory_order_relaxed);
+    }
+    if (key_waiting() != 0) {
+        return m_key_ring[m_key_head.load(std::memory_order_relaxed) % TAV_KEY_QUEUE_LEN];
+    }
     return g_tav_keyval.load(std::memory_order_acquire);
 }
 TAV_HARD_KEY_VER tav_get_hardkey_ver(void) {

@@ -5,8 +5,16 @@
 // write while holding tav_port_tx_mutex(), so frames never interleave on the
 // line; fixed-size frames are built in the shared `buffer` under that mutex,
 // text and cursor frames in buffers of their own. The event bits are atomic
-// read-modify-writes; the receive thread stores the key value and version
-// before it raises their bit (release), readers test the bit with acquire.
+// read-modify-writes; the receive thread stores the version before it raises
+// its bit (release), readers test the bit with acquire.
+//
+// Key reports are queued in arrival order (TAV_KEY_QUEUE_LEN, no lock): the
+// receive thread appends, the main thread takes them one at a time. The
+// event-bit and key-value accessors are the face of the queue: TAV_EVENT_KEY
+// reads as set while a report waits, tav_getkey_val() is the oldest waiting
+// report, and clearing TAV_EVENT_KEY takes that report, which
+// tav_getkey_val() then keeps returning until the event word is read again.
+// A full queue drops the report that arrives (see tav_menu_control.h).
 #pragma once
 
 #include <cstdint>
@@ -26,8 +34,6 @@ void clear_uart_runflag(void);
 void tav_uart_wake(void);
 
 void tav_sethardkey_event(int event);
-// Waits until one of the `event` bits is set or `timeout_ms` have passed.
-void tav_wait_hardkey_event(int32_t event, uint32_t timeout_ms);
 int32_t tav_gethardkey_event(void);
 void tav_clear_keyevent(int event);
 void tav_sethardsend_event(int event);
@@ -35,6 +41,20 @@ int32_t tav_gethardsend_event(void);
 void tav_clear_sendevent(int event);
 
 TAV_KEY_ENUM tav_getkey_val(void);
+// Appends a decoded key report (the receive thread).
+void tav_key_push(TAV_KEY_ENUM keyval);
+// Key reports the queue holds.
+constexpr uint32_t TAV_KEY_QUEUE_LEN = 64;
+// Drops every waiting report but the newest (the main thread, when keys are
+// taken again after a time in which they were not).
+void tav_key_keep_last(void);
+// Drops every waiting report (the link reset).
+void tav_key_queue_reset(void);
+// Reports dropped because the queue was full.
+uint32_t tav_key_dropped(void);
+// Becomes readable when a key report or an event bit arrives (for poll);
+// emptied with tav_btool_event_take.
+int tav_hardkey_event_fd(void);
 // The whole version of one answer; the three getters below read one field.
 TAV_HARD_KEY_VER tav_get_hardkey_ver(void);
 uint8_t tav_get_hardkey_main_ver(void);

@@ -27,5 +27,6 @@ void tav_hardkey_init(void) {
     g_tav_send_event.store(0);
     key_hard_ver.store(TAV_HARD_KEY_VER{0, 0, 0});
     g_tav_keyval.store(TAV_KEY_NULL);
+    tav_key_queue_reset();
     g_tav_uart_runflag.store(0);
 }

@@ -110,8 +110,7 @@ void tav_getkey(int key_val) {
 }
 
 void tav_setkey(TAV_KEY_ENUM keyval) {
-    g_tav_keyval.store(keyval, std::memory_order_release);
-    tav_sethardkey_event(TAV_EVENT_KEY);
+    tav_key_push(keyval);
 }
 
 void tav_back_err(uint8_t order, uint8_t code) {

@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <ctime>
 #include <malloc.h>
+#include <poll.h>
 
 #include "tav_basetool.h"
 #include "tav_baseportcontrol.h"
@@ -34,8 +35,6 @@
 
 namespace {
 
-// Version constant the library is opened with.
-constexpr uint32_t kMatrixLibVersion = 0x0100000A;
 // Handshakes per series before the panel is reported silent.
 constexpr uint8_t kHandshakesPerSeries = 20;
 // Library opens before the program gives up.
@@ -55,6 +54,9 @@ uint8_t count_10s;
 uint8_t CheckCount;
 uint8_t first_in;
 uint8_t uctemp;
+// Key reports that waited while keys were not taken (start-up, the update
+// menu): only the last counts when they are taken again.
+bool m_keys_stale = true;
 
 uint32_t real_clock(void) {
     return tav_btool_get_runtime();
@@ -68,6 +70,13 @@ void real_sleep(uint32_t ms) {
 
 std::atomic<tav_menu_clock_fn> g_clock{real_clock};
 std::atomic<tav_menu_sleep_fn> g_sleep{real_sleep};
+std::atomic<tav_menu_handler_fn> g_wait_hook{nullptr};
+
+void run_wait_hook(void) {
+    if (const tav_menu_handler_fn hook = g_wait_hook.load()) {
+        hook();
+    }
+}
 
 // Work and display handler of one menu state; null = nothing to do.
 struct MenuHandlers {
@@ -153,33 +162,71 @@ bool stopping(void) {
     return g_tav_key_runflag.load() == 0;
 }
 
-// A sleep of the pass itself: the engine lock is released meanwhile.
-void pass_sleep(std::unique_lock<std::recursive_mutex>& lock, uint32_t ms) {
+// Wakes the main thread's waits: a redraw request, a queued signal record, a
+// stop. Made once for the life of the process.
+const int m_tav_ctl_wake_fd = tav_btool_event_new();
+
+// Waits up to `ms` for the wake-up descriptor (and, with `keys`, for a key
+// report or panel answer); returns early on the first of them. Caller has
+// released the engine lock.
+void wait_events(uint32_t ms, bool keys) {
+    pollfd p[2] = {{m_tav_ctl_wake_fd, POLLIN, 0}, {keys ? tav_hardkey_event_fd() : -1, POLLIN, 0}};
+    if (poll(p, 2, static_cast<int>(ms)) < 0 && errno != EINTR) {
+        // No descriptor to wait on: keep the pause's length all the same.
+        real_sleep(ms);
+    }
+}
+
+// A pause of the pass itself, the engine lock released meanwhile. It lasts
+// its whole length unless the program is told to stop, which ends it at once.
+void pass_sleep(std::unique_lock<std::mutex>& lock, uint32_t ms) {
+    const tav_menu_sleep_fn sleep = g_sleep.load();
     lock.unlock();
-    g_sleep.load()(ms);
+    run_wait_hook();
+    if (sleep != real_sleep) {
+        sleep(ms);
+    } else {
+        const uint64_t end = tav_btool_mono_ms() + ms;
+        for (uint64_t now = tav_btool_mono_ms(); now < end && !stopping(); now = tav_btool_mono_ms()) {
+            wait_events(static_cast<uint32_t>(end - now), false);
+        }
+    }
     lock.lock();
+}
+
+// A wait of the pass for its next event: at most `ms`, ended early by a
+// wake-up (and, with `keys`, a key report or the panel's answer). With an
+// installed time source it simply sleeps `ms`, as no other thread runs.
+void pass_wait(std::unique_lock<std::mutex>& lock, uint32_t ms, bool keys) {
+    const tav_menu_sleep_fn sleep = g_sleep.load();
+    lock.unlock();
+    run_wait_hook();
+    if (sleep != real_sleep) {
+        sleep(ms);
+    } else if (!stopping()) {
+        wait_events(ms, keys);
+    }
+    lock.lock();
+}
+
+// Milliseconds from now to the next one-second attempt or tick (due once
+// more than 999 ms have passed since the last timer reset).
+uint32_t ms_to_next_second(void) {
+    const uint32_t elapsed = tav_menu_now() - timecount;
+    return elapsed >= 1000 ? 0 : 1000 - elapsed;
 }
 
 // The handshake and library-open states: the pass waits until the next
 // one-second attempt is due, or (handshake) until the panel answers, so a
 // silent panel or a missing library costs nothing while waiting. An
 // installed time source cannot report the answer during its sleep: with one,
-// the pass keeps a short pause (10 ms) and the next pass looks again; so does
-// the last pass when the program is ending.
-void pass_wait_attempt(std::unique_lock<std::recursive_mutex>& lock, int32_t answer) {
+// the pass keeps a short pause (10 ms) and the next pass looks again.
+void pass_wait_attempt(std::unique_lock<std::mutex>& lock, bool answer) {
     constexpr uint32_t kInstalledClockPauseMs = 10;
-    const uint32_t elapsed = ms_since_reset();
-    const uint32_t ms = elapsed >= 1000 ? 1 : 1000 - elapsed;
-    const tav_menu_sleep_fn sleep = g_sleep.load();
-    lock.unlock();
-    if (sleep != real_sleep || stopping()) {
-        sleep(ms < kInstalledClockPauseMs ? ms : kInstalledClockPauseMs);
-    } else if (answer != 0) {
-        tav_wait_hardkey_event(answer, ms);
-    } else {
-        sleep(ms);
-    }
-    lock.lock();
+    const uint32_t ms = ms_to_next_second();
+    const bool installed = g_sleep.load() != real_sleep;
+    pass_wait(lock, ms == 0 ? 1 : installed && ms > kInstalledClockPauseMs ? kInstalledClockPauseMs : ms,
+              answer);
 }
 
 void show_rows(uint8_t row0, uint8_t row1) {
@@ -213,7 +260,7 @@ void pass_open_library(void) {
     if (ms_since_reset() > 999) {
         CheckCount++;
         tav_menu_ctl_cleartime();
-        pmatrixDllHandle = tav_matrix_open(kMatrixLibVersion);
+        pmatrixDllHandle = tav_matrix_open(TAV_MATRIX_OPEN_VERSION);
     }
     if (pmatrixDllHandle != nullptr) {
         CheckCount = 0;
@@ -229,7 +276,7 @@ void pass_open_library(void) {
     }
 }
 
-void pass_load_main(std::unique_lock<std::recursive_mutex>& lock) {
+void pass_load_main(std::unique_lock<std::mutex>& lock) {
     show_rows(3, 4);
     pass_sleep(lock, 1000);
     if (stopping()) {
@@ -238,9 +285,12 @@ void pass_load_main(std::unique_lock<std::recursive_mutex>& lock) {
     tav_log(TAV_LOG_NOTICE, "func=[%s]open pid file and wait,depend matrix_app_quoral",
             "tav_menu_control");
     // The wait may be long; nothing else uses the engine before the listener
-    // starts below, so it runs without the lock.
+    // starts below, so it runs without the lock. A stop ends it at once.
     lock.unlock();
-    tav_pidf_close(tav_pidf_open("matrix_app_quoral"));
+    const int pid_fd = tav_pidf_open("matrix_app_quoral");
+    if (pid_fd >= 0 || !stopping()) {
+        tav_pidf_close(pid_fd);
+    }
     lock.lock();
     if (stopping()) {
         return;
@@ -278,7 +328,7 @@ void run_tick(void) {
     }
 }
 
-void pass_normal(std::unique_lock<std::recursive_mutex>& lock) {
+void pass_normal(std::unique_lock<std::mutex>& lock) {
     if (tav_port_take_reopened()) {
         // The panel came back (and may have lost its picture): draw the
         // current page and its LEDs again on the next pass.
@@ -287,7 +337,8 @@ void pass_normal(std::unique_lock<std::recursive_mutex>& lock) {
     }
     if (g_tav_menu == menu_update) {
         // Update progress: polled about every 100 ms; keys wait until the
-        // menu is left.
+        // menu is left, and only the last one counts then.
+        m_keys_stale = true;
         pass_sleep(lock, 50);
         // Measured after the pause, so the polls come 100 ms apart.
         currenttime = tav_menu_now();
@@ -297,8 +348,17 @@ void pass_normal(std::unique_lock<std::recursive_mutex>& lock) {
         }
         return;
     }
+    if (m_keys_stale) {
+        m_keys_stale = false;
+        tav_key_keep_last();
+    }
     tav_listen_hardkey();
-    pass_sleep(lock, 100);
+    // Nothing to do at once (no redraw asked for, no further key waiting):
+    // wait for the next key, redraw request or tick.
+    if (g_tav_menu_event == EVENT_NOMAL && (tav_gethardkey_event() & TAV_EVENT_KEY) == 0) {
+        pass_wait(lock, tav_menu_ctl_wait_ms(), true);
+    }
+    currenttime = tav_menu_now();
     if (ms_since_reset() > 999) {
         run_tick();
     }
@@ -306,14 +366,13 @@ void pass_normal(std::unique_lock<std::recursive_mutex>& lock) {
 
 } // namespace
 
-std::recursive_mutex& tav_menu_engine_mutex(void) {
-    static std::recursive_mutex m;
-    return m;
-}
-
 void tav_menu_ctl_set_time_source(tav_menu_clock_fn now, tav_menu_sleep_fn sleep) {
     g_clock.store(now != nullptr ? now : real_clock);
     g_sleep.store(sleep != nullptr ? sleep : real_sleep);
+}
+
+void tav_menu_ctl_set_wait_hook(tav_menu_handler_fn hook) {
+    g_wait_hook.store(hook);
 }
 
 uint32_t tav_menu_now(void) {
@@ -325,17 +384,29 @@ void tav_menu_sleep_ms(uint32_t ms) {
 }
 
 void tav_menu_ctl_set_tick_handlers(const TAV_MENU_TICK_HANDLERS* handlers) {
-    std::lock_guard<std::recursive_mutex> g(tav_menu_engine_mutex());
     g_tick = handlers != nullptr ? *handlers : kDefaultTickHandlers;
 }
 
+void tav_menu_wake(void) {
+    tav_btool_event_post(m_tav_ctl_wake_fd);
+}
+
+uint32_t tav_menu_ctl_wait_ms(void) {
+    return ms_to_next_second();
+}
+
 uint8_t tav_menu_ctl_get_count_10s(void) {
-    std::lock_guard<std::recursive_mutex> g(tav_menu_engine_mutex());
     return count_10s;
 }
 
 void tav_menu_control(void) {
-    std::unique_lock<std::recursive_mutex> lock(tav_menu_engine_mutex());
+    std::unique_lock<std::mutex> lock(tav_menu_engine_mutex());
+    // Wake-ups that arrive from here on end this pass's wait; what the
+    // earlier ones announced is looked at below.
+    tav_btool_event_take(m_tav_ctl_wake_fd);
+    tav_btool_event_take(tav_hardkey_event_fd());
+    // Signal records fetched while the engine was busy go first.
+    tav_matrix_irq_dispatch_queued();
     currenttime = tav_menu_now();
     switch (g_tav_menu_event) {
     case EVENT_MITT:
@@ -349,13 +420,13 @@ void tav_menu_control(void) {
             tav_menu_ctl_cleartime();
             first_in = 0;
         } else if (g_tav_menu_event == EVENT_MITT) {
-            pass_wait_attempt(lock, TAV_EVENT_HARDVER);
+            pass_wait_attempt(lock, true);
         }
         break;
     case EVENT_OPEN_DLL:
         pass_open_library();
         if (g_tav_menu_event == EVENT_OPEN_DLL) {
-            pass_wait_attempt(lock, 0);
+            pass_wait_attempt(lock, false);
         }
         break;
     case EVENT_SELF_CHECK:
@@ -384,7 +455,6 @@ void tav_menu_control(void) {
 }
 
 void tav_menu_ctl_init(void) {
-    std::lock_guard<std::recursive_mutex> g(tav_menu_engine_mutex());
     tav_menu_ctl_cleartime();
     tav_menu_init();
     tav_eth_init();
@@ -396,6 +466,9 @@ void tav_menu_ctl_init(void) {
     tav_menu_sel_init();
     tav_menu_reset_init();
     count_10s = 0;
+    m_keys_stale = true;
+    // A stop ends the wait for the matrix core at once.
+    tav_pidf_set_stop(m_tav_ctl_wake_fd, stopping);
     // The start-up counters begin at zero (only relevant when the engine is
     // set up again in the same process, as the tests do).
     CheckCount = 0;
@@ -404,7 +477,6 @@ void tav_menu_ctl_init(void) {
 }
 
 void tav_menu_ctl_distory(void) {
-    std::lock_guard<std::recursive_mutex> g(tav_menu_engine_mutex());
     tav_menu_ctl_cleartime();
     tav_eth_clear();
     tav_version_clear();
@@ -416,21 +488,21 @@ void tav_menu_ctl_distory(void) {
     tav_menu_sel_clear();
     tav_menu_reset_clear();
     count_10s = 0;
+    // A main loop waiting for its next event looks at the run flag again.
+    tav_menu_wake();
 }
 
 void tav_menu_update(TAV_ENUM_MENUSTATUS menuwhich) {
-    std::lock_guard<std::recursive_mutex> g(tav_menu_engine_mutex());
     g_tav_menu_event = EVENT_UPDATE;
     g_tav_menu = menuwhich;
+    tav_menu_wake();
 }
 
 void tav_menu_ctl_cleartime(void) {
-    std::lock_guard<std::recursive_mutex> g(tav_menu_engine_mutex());
     currenttime = timecount = tav_menu_now();
 }
 
 void tav_menu_clear_timer_counter(void) {
-    std::lock_guard<std::recursive_mutex> g(tav_menu_engine_mutex());
     tav_menu_ctl_cleartime();
     count_10s = 0;
 }

@@ -106,7 +106,6 @@ int tav_menu_print_sw_outin(uint8_t av_type, uint8_t out_start, uint8_t* Outbuf,
     if (out_linebuf == nullptr || in_linebuf == nullptr) {
         return em_err_inparam;
     }
-    std::lock_guard<std::recursive_mutex> lock(tav_menu_engine_mutex());
     tav_menu_clear_lcd(0, out_linebuf);
     tav_menu_clear_lcd(0, in_linebuf);
     put_head(out_linebuf, av_type == 1 ? 0 : 2);
@@ -141,7 +140,6 @@ int tav_menu_print_io_outin(uint8_t av_type, uint8_t start, uint8_t* Outbuf, uin
     if (out_linebuf == nullptr || in_linebuf == nullptr) {
         return em_err_inparam;
     }
-    std::lock_guard<std::recursive_mutex> lock(tav_menu_engine_mutex());
     tav_menu_clear_lcd(0, out_linebuf);
     tav_menu_clear_lcd(0, in_linebuf);
     put_head(out_linebuf, av_type == 1 ? 4 : 6);
@@ -167,7 +165,6 @@ int tav_menu_print_str_for_switch_all(uint8_t av_type, uint8_t start, uint8_t* l
     if (linebuf == nullptr) {
         return em_err_inparam;
     }
-    std::lock_guard<std::recursive_mutex> lock(tav_menu_engine_mutex());
     tav_menu_clear_lcd(0, linebuf);
     put_head(linebuf, av_type == 1 ? 8 : 9);
     for (int k = 0; k < max_port && k < k_slots; ++k) {

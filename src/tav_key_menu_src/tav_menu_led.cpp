@@ -153,7 +153,6 @@ uint8_t tav_menuselfcheck_leds(uint8_t showwhichled) {
 }
 
 unsigned char tav_bdl_menu_showleds(TAV_ENUM_MENUSTATUS state, bool_t Take_blink) {
-    std::lock_guard<std::recursive_mutex> lock(tav_menu_engine_mutex());
     const Scene* scene = scene_of(state);
     const uint8_t blink = scene != nullptr ? (scene->flags & SCENE_TAKE_BLINK) : 0;
     if (blink == 0) {

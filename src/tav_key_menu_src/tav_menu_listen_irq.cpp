@@ -55,15 +55,22 @@ std::atomic<bool> m_irq_closed{false};
 // Wakes the thread to see m_irq_closed. Made once for the life of the process.
 const int m_irq_stop_fd = tav_btool_event_new();
 
-// Records fetched while the engine was busy, oldest first. Only the listener
-// thread touches the queue. When it is full the thread stops reading the pipe
-// until the engine is free again.
-constexpr size_t k_queue_len = 64;
+// Records fetched while the engine was busy, oldest first. The listener
+// thread appends; they are taken under the engine lock, by the listener when
+// it gets the lock or by the controller at the top of its next pass. Head and
+// tail count records ever taken and appended (tail - head wait). When the
+// queue is full the thread stops reading the pipe until the engine is free.
+constexpr uint32_t k_queue_len = 64;
 TAV_MATRIX_OBJ_SIGNAL_FLAG m_irq_queue[k_queue_len];
-size_t m_irq_head;
-size_t m_irq_count;
-// While records wait, the thread tries the engine lock again this often.
+std::atomic<uint32_t> m_irq_head{0};
+std::atomic<uint32_t> m_irq_tail{0};
+// While records wait, the thread tries the engine lock again this often (the
+// controller takes them at its next pass anyway).
 constexpr int k_engine_retry_ms = 10;
+
+uint32_t queued(void) {
+    return m_irq_tail.load(std::memory_order_acquire) - m_irq_head.load(std::memory_order_acquire);
+}
 
 // Pause after a failed poll, so that a lasting failure cannot spin.
 constexpr useconds_t k_poll_error_pause_us = 100000;
@@ -221,37 +228,39 @@ bool fetch(TAV_MATRIX_OBJ_SIGNAL_FLAG* record) {
            tav_matrix_get_inner_signal_information(pmatrixDllHandle, record) == 0;
 }
 
-// Caller holds the engine lock.
-void dispatch_queued(void) {
-    while (m_irq_count > 0) {
-        const TAV_MATRIX_OBJ_SIGNAL_FLAG record = m_irq_queue[m_irq_head];
-        m_irq_head = (m_irq_head + 1) % k_queue_len;
-        --m_irq_count;
-        dispatch_record(record);
+// The listener's only take of the engine lock, never a wait: with the lock
+// free, the queued records and then `record` (if any) are handled.
+bool try_dispatch(const TAV_MATRIX_OBJ_SIGNAL_FLAG* record) {
+    std::unique_lock<std::mutex> engine(tav_menu_engine_mutex(), std::try_to_lock);
+    if (!engine.owns_lock()) {
+        return false;
     }
+    tav_matrix_irq_dispatch_queued();
+    if (record != nullptr) {
+        dispatch_record(*record);
+    }
+    return true;
 }
 
 // One wake-up byte: the record is fetched now. With the engine free it is
-// handled at once (after any that wait); otherwise it joins the queue.
+// handled at once (after any that wait); otherwise it joins the queue and
+// wakes the controller, whose next pass takes it.
 void on_wake_up(void) {
-    std::recursive_mutex& engine = tav_menu_engine_mutex();
     TAV_MATRIX_OBJ_SIGNAL_FLAG record;
-    if (engine.try_lock()) {
-        dispatch_queued();
-        if (fetch(&record)) {
-            dispatch_record(record);
-        }
-        engine.unlock();
-    } else if (fetch(&record)) {
-        m_irq_queue[(m_irq_head + m_irq_count) % k_queue_len] = record;
-        ++m_irq_count;
+    if (!fetch(&record)) {
+        try_dispatch(nullptr);
+    } else if (!try_dispatch(&record)) {
+        const uint32_t tail = m_irq_tail.load(std::memory_order_relaxed);
+        m_irq_queue[tail % k_queue_len] = record;
+        m_irq_tail.store(tail + 1, std::memory_order_release);
+        tav_menu_wake();
     }
 }
 
 // Reads the pending wake-up bytes while the queue has room. False when the
 // pipe failed and the thread must end.
 bool drain_pipe(int fd) {
-    while (m_irq_count < k_queue_len && !m_irq_closed.load()) {
+    while (queued() < k_queue_len && !m_irq_closed.load()) {
         uint8_t wake;
         const ssize_t n = read(fd, &wake, 1);
         if (n == 1) {
@@ -272,7 +281,25 @@ bool drain_pipe(int fd) {
     return true;
 }
 
+// Empties the wake-up pipe: bytes written for an earlier listener.
+void drain_stale_bytes(void) {
+    const int fd = m_irq_wakeup_fd[0].load();
+    uint8_t stale[64];
+    while (fd >= 0 && read(fd, stale, sizeof stale) > 0) {
+    }
+}
+
 } // namespace
+
+void tav_matrix_irq_dispatch_queued(void) {
+    for (uint32_t head = m_irq_head.load(std::memory_order_relaxed);
+         head != m_irq_tail.load(std::memory_order_acquire);
+         head = m_irq_head.load(std::memory_order_relaxed)) {
+        const TAV_MATRIX_OBJ_SIGNAL_FLAG record = m_irq_queue[head % k_queue_len];
+        m_irq_head.store(head + 1, std::memory_order_release);
+        dispatch_record(record);
+    }
+}
 
 void tav_matrix_irq_open(void) {
     // Without a pipe no wake-up could reach the thread: neither register
@@ -280,15 +307,25 @@ void tav_matrix_irq_open(void) {
     if (!open_pipe()) {
         return;
     }
-    // Forget the stop and end of an earlier listener.
-    tav_btool_event_take(m_irq_stop_fd);
-    tav_btool_event_take(m_irq_exit_fd);
-    // Records an earlier listener fetched but never handled are stale now.
-    if (!m_irq_thread_running.load()) {
-        m_irq_head = 0;
-        m_irq_count = 0;
+    if (m_irq_thread_running.load() && m_irq_closed.load()) {
+        // An earlier listener is still ending: it must be gone before its
+        // records and bytes are dropped, or it could handle them.
+        tav_btool_event_wait(m_irq_exit_fd, k_exit_wait_ms);
+        if (m_irq_thread_running.load()) {
+            tav_log(TAV_LOG_ERR, "func=[%s]earlier listener still running",
+                    "tav_matrix_irq_open");
+            return;
+        }
     }
-    m_irq_closed.store(false);
+    if (!m_irq_thread_running.load()) {
+        // Forget the stop and end of an earlier listener, the wake-up bytes
+        // written for it and the records it fetched but never handled.
+        tav_btool_event_take(m_irq_stop_fd);
+        tav_btool_event_take(m_irq_exit_fd);
+        drain_stale_bytes();
+        m_irq_head.store(m_irq_tail.load());
+        m_irq_closed.store(false);
+    }
     if (pmatrixDllHandle != nullptr) {
         tav_matrix_register_inner_signal(pmatrixDllHandle, TAV_MATRIX_SIG_MASK,
                                          tav_matrix_irq_callback);
@@ -297,7 +334,6 @@ void tav_matrix_irq_open(void) {
 }
 
 void tav_matrix_irq_close(void) {
-    std::lock_guard<std::recursive_mutex> lock(tav_menu_engine_mutex());
     m_irq_closed.store(true);
     // Before the library is open (or when it never opened) there is nothing
     // to unregister, and the library must never see a null handle.
@@ -334,9 +370,9 @@ void* tav_matrix_irq_thread(void* arg) {
     bool pipe_ok = true;
     while (pipe_ok && !m_irq_closed.load()) {
         // A full queue leaves the bytes in the pipe until the engine is free.
-        const bool full = m_irq_count == k_queue_len;
-        pollfd p[2] = {{m_irq_stop_fd, POLLIN, 0}, {full ? -1 : fd, POLLIN, 0}};
-        if (poll(p, 2, m_irq_count > 0 ? k_engine_retry_ms : -1) < 0) {
+        const uint32_t waiting = queued();
+        pollfd p[2] = {{m_irq_stop_fd, POLLIN, 0}, {waiting == k_queue_len ? -1 : fd, POLLIN, 0}};
+        if (poll(p, 2, waiting > 0 ? k_engine_retry_ms : -1) < 0) {
             if (errno == EINTR) {
                 tav_log(TAV_LOG_WARNING, "func=[%s]poll break by signal\n",
                         "tav_matrix_irq_thread");
@@ -346,9 +382,8 @@ void* tav_matrix_irq_thread(void* arg) {
             }
         }
         pipe_ok = drain_pipe(fd);
-        if (m_irq_count > 0 && tav_menu_engine_mutex().try_lock()) {
-            dispatch_queued();
-            tav_menu_engine_mutex().unlock();
+        if (queued() > 0) {
+            try_dispatch(nullptr);
         }
     }
     m_irq_thread_running.store(false);
@@ -358,11 +393,8 @@ void* tav_matrix_irq_thread(void* arg) {
 
 void tav_matrix_irq_process(int pid_parameter) {
     (void)pid_parameter;
-    std::lock_guard<std::recursive_mutex> lock(tav_menu_engine_mutex());
-    TAV_MATRIX_OBJ_SIGNAL_FLAG record;
-    if (fetch(&record)) {
-        dispatch_record(record);
-    }
+    // As for a wake-up byte: never waits for the engine.
+    on_wake_up();
 }
 
 void tav_matrix_irq_video_connect_change(void) {

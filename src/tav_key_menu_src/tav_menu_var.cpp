@@ -93,7 +93,6 @@ EM_MATRIX_IO_TYPE io_type(int32_t io) {
 // Asks the library for the direction of every port and for the input of every
 // output. List entries behind the new counts are left as they were.
 void rebuild_port_tables(const PortTables& t, const char* func) {
-    std::lock_guard<std::recursive_mutex> lock(tav_menu_engine_mutex());
     const int32_t ports = table_port_count(func);
     uint8_t in_count = 0;
     uint8_t out_count = 0;
@@ -126,8 +125,12 @@ void tav_button_clear(void) {
     g_tav_button.longpress = false;
 }
 
+std::mutex& tav_menu_engine_mutex(void) {
+    static std::mutex m;
+    return m;
+}
+
 void tav_menu_init(void) {
-    std::lock_guard<std::recursive_mutex> lock(tav_menu_engine_mutex());
     g_tav_menu_event = EVENT_MITT;
     memset(displaybuf, 0, sizeof displaybuf);
     g_tav_menu = menu_eth_select;

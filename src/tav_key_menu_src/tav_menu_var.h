@@ -7,6 +7,7 @@
 #pragma once
 
 #include <cstdint>
+#include <mutex>
 
 #include "tav_common.h"
 #include "tav_hardboard_var.h"
@@ -102,3 +103,9 @@ void tav_menu_init(void);
 void tav_button_clear(void);
 void load_main_set_up(void);
 void load_main_aud_set_up(void);
+
+// The engine lock: guards every variable of this file and the state of the
+// menu modules (see tav_menu_control.h for who takes it, and when). Taken by
+// the controller's pass, the listener's dispatch and the program's set-up and
+// tear-down only; everything they call runs under it and never takes it.
+std::mutex& tav_menu_engine_mutex(void);

@@ -5,6 +5,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <mutex>
@@ -441,11 +442,20 @@ void tav_poweron_resetlock(void) {
     close(fd);
 }
 
+// The lock file could not keep the state asked for by LOCK: logged once per
+// key, with the reason; the panel stays as it is.
+static void tav_lock_file_failed(const char* what, int err) {
+    tav_log(TAV_LOG_ERR, "func=[%s]lock file %s err:%s", "tav_update_to_lock", what,
+            strerror(err));
+}
+
 void tav_update_to_lock(uint8_t update_or_press) {
-    std::lock_guard<std::recursive_mutex> guard(tav_menu_engine_mutex());
     int fd = tav_lock_open();
-    if (fd < 0)
+    if (fd < 0) {
+        if (update_or_press == 1)
+            tav_lock_file_failed("open", errno);
         return;
+    }
     if (update_or_press == 2) {
         // Another application changed the lock: follow the file.
         char c = '0';
@@ -463,6 +473,7 @@ void tav_update_to_lock(uint8_t update_or_press) {
         // changes nothing, as one that cannot be opened.
         const bool locked = !g_tav_lock;
         if (pwrite(fd, locked ? "1" : "0", 1, 0) != 1) {
+            tav_lock_file_failed("write", errno == 0 ? EIO : errno);
             close(fd);
             return;
         }

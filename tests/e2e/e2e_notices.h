@@ -62,43 +62,21 @@ inline void expect_reboot_end(Sandbox& sb, int option, ms timeout = 30s) {
     }
 }
 
-// LED frames the program has sent so far: every redraw ends a page with one.
-inline size_t led_frames(const Sandbox& sb) {
-    size_t n = 0;
-    for (const auto& f : const_cast<Sandbox&>(sb).panel().frames()) {
-        n += f.kind == tavpanel::FrameKind::led_steady;
-    }
-    return n;
-}
-// Waits until more than `before` LED frames have come (at most 5 s).
-inline bool wait_led_frames(Sandbox& sb, size_t before) {
-    const auto end = std::chrono::steady_clock::now() + 5s;
-    for (;;) {
-        const uint64_t gen = sb.panel().generation();
-        if (led_frames(sb) > before) {
-            return true;
-        }
-        if (std::chrono::steady_clock::now() >= end) {
-            return false;
-        }
-        sb.panel().wait_change(gen, 200ms);
-    }
-}
-// Presses a key as a person does, and returns once the program has redrawn
-// for the release: a release and the next key frame read in one controller
-// pass would count as the same key reported twice, which is not acted on.
-inline void press_key(Sandbox& sb, int key) {
-    size_t n = led_frames(sb);
-    sb.panel().press_no_release(key);
-    wait_led_frames(sb, n);
-    n = led_frames(sb);
-    sb.panel().release();
-    wait_led_frames(sb, n);
-}
-inline void press_keys(Sandbox& sb, std::initializer_list<int> keys) {
+// Keys as a quick hand types them: taps of `hold` (key frame to release
+// frame on the line), one every `every`. The program keeps every key in
+// order, so nothing is waited for here: the caller waits for the effect it
+// expects, which no other redraw can be mistaken for.
+inline void press_keys(Sandbox& sb, std::initializer_list<int> keys, ms hold = 60ms,
+                       ms every = 150ms) {
+    auto next = std::chrono::steady_clock::now();
     for (int k : keys) {
-        press_key(sb, k);
+        std::this_thread::sleep_until(next);
+        sb.panel().tap(k, hold);
+        next += every;
     }
+}
+inline void press_key(Sandbox& sb, int key) {
+    press_keys(sb, {key});
 }
 
 // A positive number from the environment, or `dflt`.

@@ -1,16 +1,10 @@
-// The capture decoder on each input format and on damaged captures, a
-// recorded session replayed against a fresh program, and the panel's line
-// vanishing and coming back.
-#include <fcntl.h>
+// The capture decoder on each input format and on damaged captures.
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <cstdio>
 #include <fstream>
-#include <sstream>
 
 #include "e2e_harness.h"
-#include "tav_panel_replay.h"
 
 using namespace tave2e;
 using namespace tavpanel;
@@ -51,170 +45,32 @@ TEST_P(PanelDecode, Decodes) {
     }
 }
 
+// clang-format off
 INSTANTIATE_TEST_SUITE_P(
     Inputs, PanelDecode,
     ::testing::Values(
-        DecodeCase{"raw",
-                   kTwoFrames,
-                   "",
-                   0,
-                   {"00000000  key press TAKE\n0000000a  cursor line 1 col 7\n"}},
-        DecodeCase{"xxd",
-                   "eb5f210507000040000feb5f21030501070f\n",
-                   "",
-                   0,
-                   {"key press TAKE", "cursor line 1 col 7"}},
-        DecodeCase{"od",
-                   " eb 5f 21 05 07 00 00 40 00 0f eb 5f 21 03 05 01\n 07 0f\n",
-                   "",
-                   0,
-                   {"key press TAKE", "0000000a  cursor line 1 col 7"}},
-        DecodeCase{
-            "hexdumpRepeats",
-            "00000000  eb 5f 21 0b 04 00 00 41  41 41 41 41 41 41 41 0f  |._!....AAAAAAAA.|\n"
-            "*\n"
-            "00000020  eb 5f 21 05 07 00 00 00  01 0f                    |._!.......|\n"
-            "0000002a\n",
-            "",
-            0,
-            {"00000010  lcd line 0 col 0 \"AAAAAAAA\"", "00000020  key press 0"}},
-        DecodeCase{"plain",
-                   "0xEB, 0x5F, 0x21, 0x05, 0x07, 0x00, 0x01, 0x00, 0x00, 0x0F\n",
-                   "",
-                   0,
-                   {"00000000  key press LOCK"}},
+        DecodeCase{"raw", kTwoFrames, "", 0, {"00000000  key press TAKE\n0000000a  cursor line 1 col 7\n"}},
         DecodeCase{"displayFrames",
                    "EB 5F 21 06 04 01 02 4F 4B 21 0F EB 5F 21 05 01 80 00 C0 00 0F\n"
                    "EB 5F 21 05 02 00 00 40 00 0F EB 5F 21 05 06 FF FF FF FF 0F\n"
                    "EB 5F 21 02 00 00 0F EB 5F 21 06 00 00 02 05 01 02 0F EB 5F 00 01 F7 A5\n",
-                   "--summary",
-                   0,
+                   "--summary", 0,
                    {"lcd line 1 col 2 \"OK!\"", "leds on: TAKE MENU LCD", "leds blinking: TAKE",
                     "keys enabled: all", "handshake", "firmware version 2.5 build 3",
                     "error reply order 00 code F7", "lcd line 1        |  OK!"}},
-        DecodeCase{"cutMidFrame",
-                   kTwoFrames + "\xEB\x5F\x21\x05\x07\x00"s,
-                   "",
-                   1,
-                   {"cursor line 1 col 7",
-                    "00000012  capture ends inside a frame: 6 bytes: EB 5F 21 05 07 00"}},
         DecodeCase{"lineNoise",
                    "00 41 EB 12 EB 5F 21 05 07 00 EB 5F 21 05 07 00 00 00 00 0F 99 "
-                   "EB 5F 21 00 EB 5F 21 05 07 00 00 80 00 0F\n",
-                   "",
-                   1,
+                   "EB 5F 21 00 EB 5F 21 05 07 00 00 80 00 0F\n", "", 1,
                    {"00000000  malformed 2 bytes (bytes outside any frame): 00 41",
                     "00000002  malformed 2 bytes (no address byte after the head): EB 12",
                     "00000004  malformed 6 bytes (frame cut short by a new head byte)",
                     "0000000a  key release", "00000014  malformed 1 byte",
                     "00000015  malformed frame (length 0", "00000019  key press MENU"}},
-        DecodeCase{"notHex", "EB 5F 21\nzz 00\n", "", 3, {"line 2 has 'zz', not hex"}},
-        DecodeCase{
-            "recording",
-            "@switch_session.rec",
-            "--summary",
-            0,
-            {"program handshake", "panel   firmware version", "panel   key press 1", "summary: "}},
-        DecodeCase{"badRecording",
-                   "# tav_panel_emu recording 1\n1.5 panel EB 5F\n2.0 keyboard EB\n",
-                   "",
-                   3,
+        DecodeCase{"recording", "@switch_session.rec", "--summary", 0,
+                   {"program handshake", "panel   firmware version", "panel   key press 1", "summary: "}},
+        DecodeCase{"badRecording", "# tav_panel_emu recording 1\n1.5 panel EB 5F\n2.0 keyboard EB\n", "", 3,
                    {"line 3 has 'keyboard' where panel or program was expected"}}),
     [](const auto& info) { return std::string(info.param.name); });
-
-// Replays `text` against a fresh program; the replay's report in *report.
-int replay_against_fresh_program(const std::string& text, std::string* report) {
-    Sandbox sb({.start_panel = false});
-    sb.write_file("session.rec", text);
-    std::vector<RecordLine> lines;
-    std::string err;
-    EXPECT_TRUE(load_recording(sb.path("session.rec"), lines, err)) << err;
-    const ReplayPlan plan = plan_replay(lines);
-    EmulatorOptions eo;
-    eo.root = sb.root();
-    eo.handshake_answers = plan.handshake_answers;
-    PanelEmulator emu(eo);
-    EXPECT_TRUE(emu.start() && sb.start_core() && sb.start_program());
-    char* buf = nullptr;
-    size_t len = 0;
-    FILE* out = open_memstream(&buf, &len);
-    ReplayOptions ro;
-    ro.expect = true;
-    ro.speed = 2;
-    const int rc = replay(emu, plan, ro, out);
-    std::fclose(out);
-    *report = std::string(buf, len);
-    std::free(buf);
-    return rc;
-}
-
-TEST(PanelReplay, RecordedSessionReplaysAndAnEditedOneFailsAtItsKey) {
-    std::string text;
-    {
-        Sandbox sb({.start_panel = false});
-        EmulatorOptions eo;
-        eo.root = sb.root();
-        eo.record_path = sb.path("session.rec");
-        PanelEmulator emu(eo);
-        ASSERT_TRUE(emu.start() && sb.start_core() && sb.start_program());
-        ASSERT_TRUE(emu.wait_lcd_contains(0, "VOSW: ", 40s));
-        for (int key : {1, 7, int{KEY_RIGHT}, 3, int{KEY_RIGHT}}) {
-            emu.press(key);
-        }
-        ASSERT_TRUE(emu.wait_lcd_contains(1, "VISW: 03 ", 10s)); // input 3 now feeds output 17
-        emu.stop();
-        text = sb.read_file("session.rec");
-    }
-    std::string report;
-    EXPECT_EQ(replay_against_fresh_program(text, &report), 0) << report;
-
-    // The recording now expects another first character after the press of 3
-    // (key frame 7): until the next key, every text frame the program sent.
-    std::istringstream in(text);
-    std::string edited, line;
-    int keys = 0;
-    while (std::getline(in, line)) {
-        RecordLine r;
-        std::string err;
-        if (parse_record_line(line, r, err)) {
-            keys += r.dir == Dir::panel && r.bytes.size() == 10 && r.bytes[4] == 0x07;
-            if (keys == 7 && r.dir == Dir::program && r.bytes.size() > 8 && r.bytes[4] == 0x04) {
-                r.bytes[7] = '#';
-                line = format_record_line(r.t, r.dir, r.bytes.data(), r.bytes.size());
-            }
-        }
-        edited += line + "\n";
-    }
-    ASSERT_NE(edited, text);
-    EXPECT_EQ(replay_against_fresh_program(edited, &report), 1) << report;
-    EXPECT_NE(report.find("differs after key press 3 (key frame 7 of 10"), std::string::npos)
-        << report;
-    EXPECT_NE(report.find("recording |#"), std::string::npos) << report;
-}
-
-TEST(PanelLine, DropHangsUpAndRemovesTheLinkRestoreBringsAFreshPanel) {
-    Sandbox sb;
-    PanelEmulator& emu = sb.panel();
-    const std::string link = sb.path("dev/ttyPSC3");
-    const std::string text = "\xEB\x5F\x21\x05\x04\x00\x00\x4F\x4B\x0F"s; // "OK" at 0,0
-    int fd = open(link.c_str(), O_RDWR | O_NOCTTY);
-    ASSERT_GE(fd, 0);
-    ASSERT_EQ(write(fd, text.data(), text.size()), static_cast<ssize_t>(text.size()));
-    ASSERT_TRUE(emu.wait_lcd(0, "OK", 5s));
-    ASSERT_TRUE(emu.drop_port(true));
-    char b;
-    EXPECT_LE(read(fd, &b, 1), 0); // hang-up: end of file or an error, not a block
-    EXPECT_LT(open(link.c_str(), O_RDWR | O_NOCTTY), 0);
-    close(fd);
-    ASSERT_TRUE(emu.restore_port());
-    EXPECT_EQ(emu.state().lcd[0], std::string(40, ' '));
-    fd = open(link.c_str(), O_RDWR | O_NOCTTY);
-    ASSERT_GE(fd, 0);
-    ASSERT_EQ(write(fd, "\xEB\x5F\x21\x02\x00\x00\x0F", 7), 7);
-    EXPECT_TRUE(emu.wait_handshakes(1, 5s));
-    uint8_t answer[11];
-    EXPECT_EQ(read(fd, answer, sizeof answer), 11); // the version, on the new line
-    close(fd);
-}
+// clang-format on
 
 } // namespace

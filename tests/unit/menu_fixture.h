@@ -67,22 +67,6 @@ template <class F> bool wait_until(F done, int ms = 3000) {
     return done();
 }
 
-// Empties the listener's wake-up pipe, which outlives the listener, once its
-// thread has ended: stale bytes would fetch the next test's records. It is
-// the process's only non-blocking read end of a pipe.
-inline void drop_stale_wake_ups() {
-    for (int fd = 3; fd < 1024; ++fd) {
-        struct stat sb {};
-        const int fl = fcntl(fd, F_GETFL);
-        if (fl < 0 || fstat(fd, &sb) != 0 || !S_ISFIFO(sb.st_mode) ||
-            (fl & O_ACCMODE) != O_RDONLY || (fl & O_NONBLOCK) == 0)
-            continue;
-        char buf[4096];
-        while (read(fd, buf, sizeof buf) > 0) {
-        }
-    }
-}
-
 // A row of the text table; the same with `patch` written at `col`.
 inline std::string row(int r, int col = 0, const std::string& patch = "") {
     std::string s(reinterpret_cast<const char*>(MENU_ITEM_STR[r]), 40);
@@ -163,7 +147,7 @@ class MenuTest : public ::testing::Test {
         }
         std::filesystem::create_directories(root() + "/sim");
         std::filesystem::remove_all(root() + "/nandflash/config/.tav_lock_fp");
-        std::lock_guard<std::recursive_mutex> lk(tav_menu_engine_mutex());
+        std::lock_guard<std::mutex> lk(tav_menu_engine_mutex());
         tav_menu_ctl_set_time_source(fake_clock, fake_sleep);
         tav_menu_ctl_set_tick_handlers(nullptr);
         fakematrix::reset();
@@ -183,7 +167,7 @@ class MenuTest : public ::testing::Test {
         tavtest::PanelCapture::get().clear();
     }
     void TearDown() override {
-        std::lock_guard<std::recursive_mutex> lk(tav_menu_engine_mutex());
+        std::lock_guard<std::mutex> lk(tav_menu_engine_mutex());
         tav_menu_strcfg_defaults();
         tav_menu_ctl_set_time_source(nullptr, nullptr);
         unsetenv("TAV_SYSLOG_FILE");

@@ -3,7 +3,6 @@
 // the start-up and shutdown of the panel link.
 #include <fcntl.h>
 #include <gmock/gmock.h>
-#include <poll.h>
 #include <pthread.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
@@ -25,12 +24,12 @@
 #include "tav_keyboard.h"
 #include "tav_lcd.h"
 #include "tav_menu_control.h"
+#include "tav_menu_listen_irq.h"
 #include "tav_led.h"
 #include "tav_pid_file.h"
 #include "tav_uart_com.h"
 
 using namespace std::chrono_literals;
-using Clock = std::chrono::steady_clock;
 using mtest::fresh_log;
 using mtest::log_lines;
 using mtest::root;
@@ -128,17 +127,28 @@ TEST(BaseTool, ShellRunnerStatusLogAndIgnoredChildren) {
     struct sigaction now {};
     sigaction(SIGCHLD, &old, &now);
     EXPECT_EQ(now.sa_handler, SIG_IGN);
-    // A tool that does not end in time counts as one that printed nothing
-    // (the first line of a tool that ends is read by the network pages).
-    char line[32] = "old";
-    fresh_log();
-    const auto start = Clock::now();
-    EXPECT_EQ(tav_btool_run("echo early; exec sleep 30", line, sizeof line, 200), -1);
-    EXPECT_LT(Clock::now() - start, 2s);
-    EXPECT_STREQ(line, "old");
-    ASSERT_EQ(log_lines().size(), 1u);
-    EXPECT_EQ(
-        log_lines()[0].rfind("12\tfunc=[tav_btool_run]echo early; exec sleep 30 timed out", 0), 0u);
+    // A tool that does not end in time counts as one that printed nothing,
+    // unless its whole first line came before; one that printed its line and
+    // left a child holding its output is not waited for.
+    struct Run {
+        const char* cmd;
+        int result;
+        const char* line;
+        size_t logged;
+    };
+    for (const Run& r : {Run{"printf early; exec sleep 30", -1, "old", 1},
+                         Run{"echo early; exec sleep 30", 0, "early\n", 1},
+                         Run{"echo early; sleep 30 & exit 0", 0, "early\n", 0}}) {
+        char line[32] = "old";
+        fresh_log();
+        EXPECT_EQ(tav_btool_run(r.cmd, line, sizeof line, 200), r.result) << r.cmd;
+        EXPECT_STREQ(line, r.line) << r.cmd;
+        ASSERT_EQ(log_lines().size(), r.logged) << r.cmd;
+        if (r.logged != 0) {
+            EXPECT_EQ(log_lines()[0].find("12\tfunc=[tav_btool_run]"), 0u);
+            EXPECT_NE(log_lines()[0].find("timed out after 200 ms"), std::string::npos);
+        }
+    }
     unsetenv("TAV_SYSLOG_FILE");
 }
 
@@ -209,6 +219,50 @@ TEST_F(BaseUart, ParameterTextsSetTheLineLikeTheirRecord) {
     EXPECT_EQ(cfgetospeed(&t), static_cast<speed_t>(B19200));
 }
 
+// Refusals leave the line as it was; speed 0 is a row of the table (B0); a
+// speed without a row goes the custom-divisor way, which a pseudo-terminal's
+// driver refuses after B38400 is set; an empty non-blocking read is 0.
+TEST_F(BaseUart, EdgesOfTheLine) {
+    int fd = 5;
+    EXPECT_EQ(tav_buart_open(0, &fd), -1);
+    EXPECT_EQ(fd, -1);
+    EXPECT_EQ(tav_buart_open(1, nullptr), -1);
+    // Descriptor 0 is a descriptor like any other (a program started
+    // without standard input).
+    const int in = dup(0);
+    close(0);
+    EXPECT_EQ(tav_buart_open(8, &fd), 0);
+    EXPECT_EQ(fd, 0);
+    char text[] = "19200;N;8;1;";
+    EXPECT_EQ(tav_buart_set_param_string(0, text), 0);
+    dup2(in, 0);
+    close(in);
+    ASSERT_EQ(set("9600;O;8;2;"), 0);
+    const struct termios before = attrs();
+    EXPECT_EQ(tav_buart_set_parity(fd_, static_cast<TAV_ENUM_UART_PARAM_PARITY>(4)), -2);
+    EXPECT_EQ(tav_buart_set_databits(fd_, static_cast<TAV_ENUM_UART_PARAM_DATABITS>(9)), -2);
+    EXPECT_EQ(tav_buart_set_stopbits(fd_, static_cast<TAV_ENUM_UART_PARAM_STOPBITS>(3)), -2);
+    EXPECT_EQ(attrs().c_cflag, before.c_cflag);
+    EXPECT_EQ(attrs().c_iflag, before.c_iflag);
+    EXPECT_EQ(tav_buart_set_speed(fd_, 0), 0);
+    EXPECT_EQ(cfgetospeed(&static_cast<const struct termios&>(attrs())), static_cast<speed_t>(B0));
+    fresh_log();
+    EXPECT_EQ(tav_buart_set_speed(fd_, 12345), -150);
+    EXPECT_EQ(cfgetospeed(&static_cast<const struct termios&>(attrs())), static_cast<speed_t>(B38400));
+    ASSERT_EQ(log_lines().size(), 1u);
+    EXPECT_EQ(log_lines()[0].rfind("11\tfunc=[tav_buart_set_speed]ioctl  Get configurations  error(", 0), 0u);
+    unsetenv("TAV_SYSLOG_FILE");
+    ASSERT_EQ(tav_buart_set_block(fd_, false), 0);
+    char buf[8];
+    EXPECT_EQ(tav_buart_read_bytes(fd_, buf, sizeof buf), 0);
+    EXPECT_EQ(tav_buart_read_bytes(-1, buf, sizeof buf), -1);
+    int p[2]; // a descriptor whose empty read would block (EAGAIN)
+    ASSERT_EQ(pipe2(p, O_NONBLOCK), 0);
+    EXPECT_EQ(tav_buart_read_bytes(p[0], buf, sizeof buf), 0);
+    close(p[0]);
+    close(p[1]);
+}
+
 // PID files and the start-up wait on another process's lock.
 class PidFile : public ::testing::Test {
   protected:
@@ -237,6 +291,9 @@ TEST_F(PidFile, WritesTheBinaryPidAndWaitsOnlyForAHeldLock) {
     pid_t stored;
     memcpy(&stored, raw, sizeof stored);
     EXPECT_EQ(stored, getpid()); // machine byte order
+    const int again = tav_pidf_open("tav_no_such_dep"); // locks are per process
+    EXPECT_GE(again, 0);
+    tav_pidf_close(again);
     tav_pidf_close(fd);
     // A file nobody locks: no wait.
     close(open(pid_path("tav_stale_dep").c_str(), O_RDWR | O_CREAT, 0644));
@@ -256,8 +313,8 @@ TEST_F(PidFile, SecondInstanceIsRefusedAtOnce) {
 }
 
 // Start-up and shutdown of the panel link: the port is closed once, nothing
-// is written afterwards, the last frames reach the panel, the receive thread
-// ends, and a stop signal interrupts the start-up wait.
+// is written afterwards, descriptors are not inherited, and a stop signal
+// interrupts the start-up wait.
 // Descriptors the test process was started with.
 const std::set<int> g_inherited = [] {
     std::set<int> fds;
@@ -265,13 +322,6 @@ const std::set<int> g_inherited = [] {
         fds.insert(std::stoi(e.path().filename()));
     return fds;
 }();
-
-bool join_within(pthread_t t, int ms) {
-    struct timespec ts;
-    clock_gettime(CLOCK_REALTIME, &ts);
-    ts.tv_sec += ms / 1000 + 1;
-    return pthread_timedjoin_np(t, nullptr, &ts) == 0;
-}
 
 class ThreadsLifecycle : public ::testing::Test {
   protected:
@@ -303,96 +353,41 @@ TEST_F(ThreadsLifecycle, ShutdownTwiceClosesOnceAndSendsNothingAfterwards) {
     tav_display_led_all_on();
     tav_back_err(0, 0xF7);
     EXPECT_TRUE(cap().take_hex().empty());
+    // Without a device the port does not open.
+    setenv("TAV_ROOT", (root() + "/nowhere").c_str(), 1);
+    EXPECT_EQ(tav_base_port_open(), 1);
 }
 
-// The device behind the port path goes away and is replaced (emulator
-// restarted, adapter plugged in again): the receive thread does not spin,
-// reopens it after pauses doubling from 10 ms up to 640 ms; the next pass
-// redraws the page, frames go out and events come in on the new line, and
-// the shutdown ends the thread at once.
-TEST_F(ThreadsLifecycle, ReceiveThreadReopensAPortThatCameBackAndEndsAtShutdown) {
-    for (auto [previous, next] : {std::pair{0, 10}, {10, 20}, {320, 640}, {640, 640}}) {
-        EXPECT_EQ(tav_port_reopen_pause_ms(previous), next) << previous;
-    }
-    const std::string link = root() + "/moved/dev/ttyPSC3";
-    std::filesystem::create_directories(root() + "/moved/dev");
-    auto first = std::make_unique<Pty>();
-    unlink(link.c_str());
-    ASSERT_EQ(symlink(first->slave.c_str(), link.c_str()), 0);
-    setenv("TAV_ROOT", (root() + "/moved").c_str(), 1);
-    tav_uartclose();
-    ASSERT_EQ(tav_base_port_open(), 0);
-    ASSERT_EQ(tav_create_thread(), 0);
-    Pty second; // made first, so that it cannot take the old line's number
-    first.reset(); // the line is gone: reads fail at once, the thread pauses
-    clockid_t cpu;
-    ASSERT_EQ(pthread_getcpuclockid(g_uart_pthread_id, &cpu), 0);
-    struct timespec a, b;
-    clock_gettime(cpu, &a);
-    std::this_thread::sleep_for(300ms); // a spinning thread would use most of it
-    clock_gettime(cpu, &b);
-    EXPECT_LT((b.tv_sec - a.tv_sec) * 1e3 + (b.tv_nsec - a.tv_nsec) / 1e6, 60.0);
-    unlink(link.c_str());
-    ASSERT_EQ(symlink(second.slave.c_str(), link.c_str()), 0);
-    ASSERT_TRUE(mtest::wait_until([&] { // the port's descriptor leads to the new line
-        char target[64] = {};
-        const std::string fd = "/proc/self/fd/" + std::to_string(uartfid.load());
-        return readlink(fd.c_str(), target, sizeof target - 1) > 0 && second.slave == target;
-    }));
-    tav_menu_ctl_set_time_source([] { return 0u; }, [](uint32_t) {});
-    g_tav_menu = menu_aud_display;
-    g_tav_menu_event = EVENT_NOMAL;
-    tav_menu_control();
-    tav_menu_ctl_set_time_source(nullptr, nullptr);
-    EXPECT_EQ(g_tav_menu_event, EVENT_UPDATE);
-    EXPECT_EQ(g_tav_menu, menu_aud_display);
-    tav_sys_hardmint();
-    uint8_t frame[16] = {};
-    pollfd p = {second.master, POLLIN, 0};
-    ASSERT_EQ(poll(&p, 1, 2000), 1);
-    ASSERT_EQ(read(second.master, frame, sizeof frame), 7);
-    EXPECT_EQ(frame[0], 0xEB);
-    // A key and a version answer in one write: both events.
-    const uint8_t in[] = {0xEB, 0x5F, 0x21, 0x05, 0x07, 0x00, 0x00, 0x40, 0x00, 0x0F, 0xEB,
-                          0x5F, 0x21, 0x06, 0x00, 0x00, 0x04, 0x02, 0x10, 0x01, 0x0F};
-    ASSERT_EQ(write(second.master, in, sizeof in), static_cast<ssize_t>(sizeof in));
-    const int both = TAV_EVENT_KEY | TAV_EVENT_HARDVER;
-    EXPECT_TRUE(mtest::wait_until([] { return (tav_gethardkey_event() & both) == both; }));
-    EXPECT_EQ(tav_getkey_val(), TAV_KEY_TAKE);
-    EXPECT_EQ(tav_get_hardkey_build_ver(), 0x11);
-    // No descriptor of the program is inherited by the device tools.
+// No descriptor of the program (the port, the listener's pipe, the PID
+// file) is inherited by the device tools.
+TEST_F(ThreadsLifecycle, DescriptorsAreClosedOnExec) {
+    tav_matrix_irq_open();
+    const int pid_fd = tav_pidf_open("tav_no_such_dep");
     for (const auto& e : std::filesystem::directory_iterator("/proc/self/fd")) {
         const int fd = std::stoi(e.path().filename());
         if (g_inherited.count(fd) == 0 && fcntl(fd, F_GETFD) >= 0) {
             EXPECT_NE(fcntl(fd, F_GETFD) & FD_CLOEXEC, 0) << "descriptor " << fd;
         }
     }
-    // The shutdown ends the thread at once, with nothing from the panel.
-    const pthread_t rx = g_uart_pthread_id;
-    const auto start = Clock::now();
-    tav_dev_destory();
-    EXPECT_TRUE(join_within(rx, 1000));
-    EXPECT_LT(Clock::now() - start, 1s);
-}
-
-// The handshake wait ends as soon as the receive thread reports the answer.
-TEST_F(ThreadsLifecycle, AnswerEndsTheHandshakeWaitAtOnce) {
-    std::thread panel([] {
-        std::this_thread::sleep_for(50ms);
-        tav_sethardkey_event(TAV_EVENT_HARDVER);
-    });
-    const auto start = Clock::now();
-    tav_wait_hardkey_event(TAV_EVENT_HARDVER, 10000);
-    EXPECT_LT(Clock::now() - start, 5s);
-    EXPECT_NE(tav_gethardkey_event() & TAV_EVENT_HARDVER, 0);
-    panel.join();
+    tav_pidf_close(pid_fd);
+    tav_matrix_irq_close();
 }
 
 TEST_F(ThreadsLifecycle, StopSignalInterruptsTheDependencyWait) {
     LockHolder holder(root() + "/var/run/tav_sig_dep.pid", 60000);
     ASSERT_TRUE(holder.locked());
     fresh_log();
+    const int others[] = {SIGHUP, SIGQUIT, SIGUSR1, SIGUSR2, SIGPIPE, SIGALRM, SIGTSTP};
+    struct sigaction dfl {}, started[7];
+    dfl.sa_handler = SIG_DFL;
+    for (int i = 0; i < 7; ++i) // a shell may have started the tests with some ignored
+        sigaction(others[i], &dfl, &started[i]);
     tav_install_signal_handlers();
+    for (int i = 0; i < 7; ++i) {
+        struct sigaction now {};
+        sigaction(others[i], &started[i], &now);
+        EXPECT_EQ(now.sa_handler, SIG_DFL) << "signal " << others[i] << " keeps its default";
+    }
     const pthread_t self = pthread_self();
     std::atomic<bool> returned{false};
     // Until the wait has returned: a signal that lands before the wait

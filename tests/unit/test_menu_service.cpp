@@ -258,6 +258,16 @@ TEST_F(MenuTest, ResetStepsRequestsFlagFileAndPages) {
         EXPECT_EQ(lcd(1), row(c.top + 1));
         EXPECT_EQ(panel().led_blink, c.blink ? 1u << TAV_KEY_TAKE : 0u);
     }
+    // A root whose path needs quoting in the shell still gets the flag file.
+    const std::string spaced = root() + "/a b";
+    std::filesystem::create_directories(spaced + "/tmp");
+    setenv("TAV_ROOT", spaced.c_str(), 1);
+    tav_menu_reset_init();
+    g_tav_menu = menu_reset;
+    keys("12T");
+    setenv("TAV_ROOT", root().c_str(), 1);
+    std::ifstream spaced_flag(spaced + "/tmp/tav_z8_reboot.flag");
+    EXPECT_EQ(std::string(std::istreambuf_iterator<char>(spaced_flag), {}), "1\n");
     // Leaving for the versions resets the step and reads the versions again;
     // DEFAULT elsewhere opens the first step.
     std::ofstream(root() + "/sim/quoral_version") << "3.10.42\n";
@@ -311,13 +321,19 @@ TEST_F(MenuTest, VersionsReadPublishedAndPaged) {
     EXPECT_EQ(tav_version_get_sec(), 2); // RIGHT on the last page stays
     keys("L");
     EXPECT_EQ(tav_version_get_sec(), 1);
+    keys("B"); // left on page 1 and entered again from the reset menu: page 1
+    g_tav_menu = menu_reset;
+    keys("M");
+    ASSERT_EQ(g_tav_menu, menu_display_version);
+    tav_version_display();
+    EXPECT_EQ(lcd(1), lines[1]);
     // Refreshing only reads; odd texts and firmware numbers.
     std::ofstream(root() + "/sim/quoral_version") << std::string(200, '9') << "\n";
     key_hard_ver.store({123, 2, 255});
     tav_version_refreash();
     EXPECT_STREQ(g_tav_version.main_ver, "9999999999");
     EXPECT_STREQ(g_tav_version.hard_key_ver, "99.02.0255");
-    EXPECT_EQ(tool_calls("tav_version").size(), 4u);
+    EXPECT_EQ(tool_calls("tav_version").size(), 5u);
     std::ofstream(root() + "/sim/quoral_version", std::ios::trunc); // prints nothing
     tav_version_refreash();
     EXPECT_STREQ(g_tav_version.main_ver, "00.00.0000");

@@ -25,6 +25,7 @@ class Signals : public MenuTest {
     void SetUp() override {
         MenuTest::SetUp();
         tav_matrix_irq_open();
+        EXPECT_TRUE(log_lines().empty()); // the thread started without a complaint
         fakematrix::state().calls.clear();
     }
     void TearDown() override {
@@ -61,7 +62,10 @@ TEST_P(Dispatch, HandlersFollowTheMenu) {
     if (c.card != NO_CARD)
         set_card(3, c.card);
     g_tav_menu = c.menu;
+    const std::string top = lcd(0);
     dispatch(c.bits, c.param);
+    EXPECT_EQ(lcd(0), top) << "pages are drawn by the next pass";
+    EXPECT_EQ(g_tav_key_runflag.load(), 1);
     EXPECT_EQ(trace(), c.trace);
     EXPECT_EQ(g_tav_menu, c.menu_after);
     EXPECT_EQ(redraw_requested(), c.redraw);
@@ -84,6 +88,9 @@ const DispatchCase kDispatch[] = {
     {"VportListPage", meun_vid_io_display, VPORT, 0, NO_CARD, {V}, meun_vid_io_display, true, 0},
     {"VportEdid", menu_edid_switch, VPORT, 0, NO_CARD, {V}, menu_edid_switch, false, 0},
     {"AportListPage", meun_aud_io_display, APORT, 0, NO_CARD, {A}, meun_aud_io_display, true, 0},
+    {"VconLock", menu_lock, VCON, 0, NO_CARD, {V}, menu_lock, true, 0},
+    {"VportLock", menu_lock, VPORT, 0, NO_CARD, {V}, menu_lock, true, 0},
+    {"AconLock", menu_lock, ACON, 0, NO_CARD, {A}, menu_lock, false, 0},
     {"AportLock", menu_lock, APORT, 0, NO_CARD, {A}, menu_lock, false, 0},
     // Slots: a notice for online and offline cards, except in the reset menu.
     {"OnlineHome", menu_vid_display, SLOT, 3, em_matrix_card_online, {C3, V}, menu_hot_plug, true, 1},
@@ -96,6 +103,8 @@ const DispatchCase kDispatch[] = {
     // The update display drops everything but the update's own signal.
     {"UpdateDropsSlot", menu_update, SLOT | VCON, 3, em_matrix_card_online, {}, menu_update, false, 0},
     {"UpdateDropsReboot", menu_update, REBOOT | PARAM, 1, NO_CARD, {}, menu_update, false, 0},
+    // Reboot options other than 1-3 are no notice.
+    {"RebootZero", menu_vid_display, REBOOT, 0, NO_CARD, {}, menu_vid_display, false, 0},
     {"RebootFour", menu_vid_display, REBOOT, 4, NO_CARD, {}, menu_vid_display, false, 0},
     {"UnhandledBits", menu_vid_display, 0x0117, 0, NO_CARD, {}, menu_vid_display, false, 0},
 };
@@ -216,7 +225,7 @@ class SignalThreads : public Signals {
     // dispatch has let go of the engine.
     static bool wait_fetches(int n) {
         wait_until([n] { return fakematrix::signal_fetches() >= n; });
-        std::lock_guard<std::recursive_mutex> lk(tav_menu_engine_mutex());
+        std::lock_guard<std::mutex> lk(tav_menu_engine_mutex());
         return fakematrix::signal_fetches() == n;
     }
 };
@@ -231,7 +240,7 @@ TEST_F(SignalThreads, OneDispatchPerWakeUpByte) {
     // Three signals while a pass holds the engine: each record is fetched at
     // its wake-up, and all are handled in order once the engine is free.
     {
-        std::lock_guard<std::recursive_mutex> lk(tav_menu_engine_mutex());
+        std::lock_guard<std::mutex> lk(tav_menu_engine_mutex());
         g_tav_menu = menu_aud_display;
         for (int n : {2, 3, 4}) {
             ASSERT_TRUE(fakematrix::raise_signal(n == 4 ? ACON : VCON, 0));
@@ -243,7 +252,7 @@ TEST_F(SignalThreads, OneDispatchPerWakeUpByte) {
     // The callback only writes its byte: a burst far larger than the pipe
     // holds does not block the library, and the listener goes on.
     {
-        std::lock_guard<std::recursive_mutex> lk(tav_menu_engine_mutex());
+        std::lock_guard<std::mutex> lk(tav_menu_engine_mutex());
         set_bits(0x0001); // wakes, no handler
         for (int i = 0; i < 100000; ++i) {
             tav_matrix_irq_callback(0);
@@ -254,7 +263,6 @@ TEST_F(SignalThreads, OneDispatchPerWakeUpByte) {
     EXPECT_TRUE(wait_until([] { return trace().size() >= 5 && trace().back() == A; }, 10000));
     EXPECT_LT(fakematrix::signal_fetches(), 100000); // the pipe dropped the excess
     tav_matrix_irq_close();
-    drop_stale_wake_ups();
     EXPECT_EQ(fakematrix::calls_starting("unregister_inner_signal"),
               std::vector<std::string>{"unregister_inner_signal(16119)"});
     EXPECT_FALSE(fakematrix::raise_signal(ACON, 0));

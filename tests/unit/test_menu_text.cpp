@@ -17,18 +17,6 @@ std::string pad40(const std::string& s) {
     return s + std::string(40 - s.size(), ' ');
 }
 
-// The configuration keys and their kinds, as the reader knows them.
-enum CfgKind { TAV_CFG_FLAG, TAV_CFG_HEAD, TAV_CFG_ROW };
-struct CfgKey {
-    std::string key;
-    CfgKind kind;
-};
-const CfgKey kKeys[] = {
-#define TAV_TEST_KEY(name, key, kind, index) {key, kind},
-    TAV_CFG_KEYS(TAV_TEST_KEY)
-#undef TAV_TEST_KEY
-};
-
 class CfgFile : public ::testing::Test {
   protected:
     void SetUp() override { tavtest::PanelCapture::get(); }
@@ -61,50 +49,77 @@ class CfgFile : public ::testing::Test {
     }();
 };
 
-// Each text key sets one row of its own, together every row but the blank
-// ones; each head key one head of its own (six characters, a short value
-// padded, an unreadable one blank).
-TEST_F(CfgFile, EveryKeySetsItsOwnRowOrHead) {
-    std::map<std::string, int> row_of;
-    std::set<int> rows, heads;
-    for (const CfgKey& k : kKeys) {
-        if (k.kind == TAV_CFG_ROW) {
-            load(k.key + " {Key row}\n");
-            for (int r = 0; r < TAV_MENU_ROWS; ++r) {
-                if (row(r) != defaults_[r] && row_of.emplace(k.key, r).second) {
-                    EXPECT_EQ(row(r), pad40("Key row")) << k.key;
-                    EXPECT_TRUE(rows.insert(r).second) << k.key << " shares row " << r;
-                }
-            }
-            expect_other_rows_default(row_of[k.key]);
-        } else if (k.kind == TAV_CFG_HEAD) {
-            load(k.key + " {123456789}\n");
-            for (int h = 0; h < TAV_MENU_HEADS; ++h) {
-                if (std::string(reinterpret_cast<const char*>(MENU_SPC_HEAD[h]), 7) ==
-                    std::string("123456", 7)) {
-                    EXPECT_TRUE(heads.insert(h).second) << k.key;
-                }
+std::string head(int h) {
+    return std::string(reinterpret_cast<const char*>(MENU_SPC_HEAD[h]), 7);
+}
+
+// Every key of the list in tests/data sets its own row (40 characters), head
+// (6 characters, its zero byte kept) or shortcut flag ("1" on, anything else
+// off), and nothing else.
+TEST_F(CfgFile, EveryKeyReachesItsRowHeadOrFlag) {
+    bool_t* const flags[10] = {nullptr,          &g_tav_shortcut_key1, nullptr, &g_tav_shortcut_key3,
+                               &g_tav_shortcut_key4, nullptr, &g_tav_shortcut_key6,
+                               &g_tav_shortcut_key7, nullptr, &g_tav_shortcut_key9};
+    const auto flag_values = [&] {
+        std::string v;
+        for (bool_t* f : flags)
+            v += f == nullptr ? '-' : *f ? '1' : '0';
+        return v;
+    };
+    load("");
+    const std::string builtin_flags = flag_values();
+    std::vector<std::string> heads;
+    for (int h = 0; h < TAV_MENU_HEADS; ++h)
+        heads.push_back(head(h));
+    std::ifstream list(TAV_TEST_DATA_DIR "/cfg_keys.txt");
+    int keys = 0;
+    for (std::string kind, key; list >> kind;) {
+        if (kind[0] == '#') {
+            std::getline(list, kind);
+            continue;
+        }
+        int n = 0;
+        list >> n >> key;
+        ++keys;
+        SCOPED_TRACE(key);
+        if (kind == "row") {
+            load("# " + key + " {Key row}\n");
+            EXPECT_EQ(row(n), pad40("Key row"));
+            expect_other_rows_default(n);
+        } else if (kind == "head") {
+            load(key + " {123456789}\n");
+            for (int h = 0; h < TAV_MENU_HEADS; ++h)
+                EXPECT_EQ(head(h), h == n ? std::string("123456", 7) : heads[h]) << h;
+        } else {
+            ASSERT_EQ(kind, "flag");
+            for (auto [value, on] : {std::pair{"1", '1'}, {"0", '0'}, {"yes", '0'}, {"10", '1'}}) {
+                load(key + " {" + value + "}\n");
+                std::string want = builtin_flags;
+                want[static_cast<size_t>(n)] = on;
+                EXPECT_EQ(flag_values(), want) << value;
             }
         }
     }
-    std::set<int> want; // rows 5-8 and 16 have no key
-    for (int r = 1; r <= 73; ++r)
-        if ((r < 5 || r > 8) && r != 16)
-            want.insert(r);
-    EXPECT_EQ(rows, want);
-    EXPECT_EQ(heads.size(), static_cast<size_t>(TAV_MENU_HEADS));
-    for (auto [key, r] : {std::pair{"LinuxArm_updating_line1=", 20},
-                          {"Device_update_complete_line2=", 21},
-                          {"Card_X_insert=", 13},
-                          {"Card_X_PullOut=", 15},
-                          {"swall_vid_line2=", 47},
-                          {"swall_aud_line2=", 48},
-                          {"swall_vclose_line1=", 49}}) {
-        EXPECT_EQ(row_of[std::string("Manual_cfg_") + key], r) << key;
-    }
+    EXPECT_EQ(keys, 84);
     load("Manual_cfg_video_io_head_line2= {IN}\nManual_cfg_audio_swall_head_line1={X}\n");
-    EXPECT_EQ(std::string(reinterpret_cast<const char*>(MENU_SPC_HEAD[5]), 6), "IN    ");
-    EXPECT_EQ(std::string(reinterpret_cast<const char*>(MENU_SPC_HEAD[9]), 6), "      ");
+    EXPECT_EQ(head(5), std::string("IN    ", 7));
+    EXPECT_EQ(head(9), std::string(6, ' ') + '\0');
+}
+
+// The built-in rows, from the list in tests/data.
+TEST_F(CfgFile, BuiltInRowsAsListed) {
+    std::ifstream list(TAV_TEST_DATA_DIR "/lcd_rows.txt");
+    int rows = 0;
+    for (std::string l; std::getline(list, l);) {
+        if (l.empty() || l[0] == '#')
+            continue;
+        const size_t a = l.find('|'), b = l.find('|', a + 1);
+        const int n = std::stoi(l.substr(0, a));
+        const std::string blanks(std::stoul(l.substr(a + 1, b - a - 1)), ' ');
+        EXPECT_EQ(defaults_.at(static_cast<size_t>(n)), pad40(blanks + l.substr(b + 1))) << n;
+        ++rows;
+    }
+    EXPECT_EQ(rows, TAV_MENU_ROWS);
 }
 
 TEST_F(CfgFile, ValueFormOfATextRow) {
@@ -184,6 +199,41 @@ struct Line {
         return std::all_of(b + 41, b + sizeof b, [](int8_t c) { return c == '#'; });
     }
 };
+
+// The slot writers on a line of 'x': what they change, and only that.
+TEST(LineSlots, ClearAndPrintWriteTheirColumnsOnly) {
+    struct Case {
+        int type, col, value; // type -1: tav_menu_clear_lcd(col)
+        std::string cols_8_to_15;
+        uint8_t result; // of the clear
+        char last;      // column 39
+    };
+    // clang-format off
+    const Case cases[] = {
+        {-1, 39, 0, "xxxxxxxx", 0, ' '}, {-1, 40, 0, "xxxxxxxx", 1, 'x'},
+        {-1, 12, 0, "xxxx    ", 0, ' '}, {2, 10, 0, "xx    xx", 0, 'x'},
+        {1, 10, 0, "xx0 x xx", 0, 'x'},  {1, 10, 7, "xx07  xx", 0, 'x'},
+        {1, 10, 12, "xx12  xx", 0, 'x'}, {1, 10, 123, "xx<3  xx", 0, 'x'},
+        {3, 10, 5, "xxxxxxxx", 0, 'x'},  {2, 36, 0, "xxxxxxxx", 0, ' '},
+    };
+    // clang-format on
+    for (const Case& c : cases) {
+        SCOPED_TRACE(testing::Message() << c.type << " at " << c.col);
+        Line l;
+        memset(l.b, 'x', 40);
+        l.b[40] = 0;
+        if (c.type < 0) {
+            EXPECT_EQ(tav_menu_clear_lcd(static_cast<uint8_t>(c.col), l.b), c.result);
+        } else {
+            tav_menu_print(l.b, static_cast<uint8_t>(c.type), static_cast<uint8_t>(c.col),
+                           static_cast<uint8_t>(c.value));
+        }
+        EXPECT_EQ(l.str(8, 8), c.cols_8_to_15);
+        EXPECT_EQ(l.b[39], c.last);
+        EXPECT_EQ(l.b[40], 0);
+        EXPECT_TRUE(l.guard_intact());
+    }
+}
 
 class PortLines : public MenuTest {
   protected:
@@ -280,6 +330,32 @@ TEST_F(MenuTest, LedScenes) {
     EXPECT_EQ(scene_mask(menu_shortcut, false), bit(3) | bit(9) | M | LCD);
 }
 
+// The TAKE blink of the confirming menus goes out when it starts and when it
+// stops, not on every redraw; every other menu sends "nothing blinks" on each.
+TEST_F(MenuTest, TakeBlinkSentOnChangesOnly) {
+    auto& cap = tavtest::PanelCapture::get();
+    tav_bdl_menu_showleds(menu_vid_display, false);
+    for (TAV_ENUM_MENUSTATUS state : {menu_switch_vid_all, menu_switch_aud_all, menu_reset}) {
+        std::string sent;
+        for (bool take : {true, true, false, false, true, false}) {
+            cap.clear();
+            tav_bdl_menu_showleds(state, take);
+            int n = 0;
+            for (const auto& f : cap.frames())
+                n += f.kind == tavpanel::FrameKind::led_blink;
+            sent += std::to_string(n);
+            EXPECT_EQ(panel().led_blink, take ? TAKE : 0u);
+        }
+        EXPECT_EQ(sent, "101011") << state;
+    }
+    for (int i = 0; i < 2; ++i) {
+        cap.clear();
+        tav_bdl_menu_showleds(menu_vid_switch, true);
+        EXPECT_EQ(cap.frames().size(), 2u); // the scene and "nothing blinks"
+        EXPECT_EQ(panel().led_blink, 0u);
+    }
+}
+
 // ---------------------------------------------------------------------------
 // The port tables' rebuild, for each kind.
 class PortTables : public MenuTest, public ::testing::WithParamInterface<bool> {
@@ -329,6 +405,13 @@ TEST_P(PortTables, ListsInOrderWithRoutesAndOnlyInputsAndOutputs) {
         rebuild();
         EXPECT_TRUE(ins().empty() && outs().empty());
     }
+    // As many ports as the tables hold: all, and no warning.
+    for (int p = 1; p <= 128; ++p)
+        port(p, p <= 100 ? em_matrix_in : em_matrix_out, 1);
+    TAV_DEF_MAX_PORT = 128;
+    rebuild();
+    EXPECT_EQ(outs(), range(101, 128));
+    EXPECT_TRUE(log_lines().empty());
     // More ports than the tables hold: the first 128.
     for (int p = 1; p <= 200; ++p)
         port(p, p <= 100 ? em_matrix_in : em_matrix_out, 1);

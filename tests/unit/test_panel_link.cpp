@@ -175,10 +175,13 @@ TEST_F(PanelLink, StreamsDecodeTheKeyWhereverTheReadsCut) {
 }
 
 TEST_F(PanelLink, VersionAnswerAndErrorReplies) {
-    // Two frames in one read, in order; the later key replaces the earlier.
+    // Three frames in one read, handled in order.
     feed(cat(
         cat(key_frame(0x0002), {0xEB, 0x5F, 0x21, 0x06, 0x00, 0x00, 0x02, 0x05, 0x01, 0x02, 0x33}),
         key_frame(0x0008)));
+    EXPECT_EQ(tav_getkey_val(), TAV_KEY_1);
+    tav_clear_keyevent(TAV_EVENT_KEY);
+    EXPECT_TRUE(event(TAV_EVENT_KEY));
     EXPECT_EQ(tav_getkey_val(), TAV_KEY_3);
     EXPECT_TRUE(event(TAV_EVENT_HARDVER));
     EXPECT_EQ(tav_get_hardkey_main_ver(), 2);

@@ -28,6 +28,7 @@ using ms = std::chrono::milliseconds;
 struct SandboxOptions {
     bool start_panel = true;   // no panel: no dev/ttyPSC3 at all
     bool silent_panel = false; // the panel never answers the handshake
+    int baud = 19200;          // the panel line's pace (0: bytes move at once)
     uint8_t fw_main = 1, fw_minor = 2, fw_build_hi = 0, fw_build_lo = 3;
     bool keep_root = false; // keep the sandbox directory (for debugging)
 };

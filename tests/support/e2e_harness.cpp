@@ -191,6 +191,7 @@ Sandbox::Sandbox(SandboxOptions opts) : opts_(std::move(opts)) {
         tavpanel::EmulatorOptions eo;
         eo.root = root_;
         eo.answer_handshake = !opts_.silent_panel;
+        eo.baud = opts_.baud;
         eo.fw_main = opts_.fw_main;
         eo.fw_minor = opts_.fw_minor;
         eo.fw_build_hi = opts_.fw_build_hi;
