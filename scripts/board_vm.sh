@@ -11,14 +11,18 @@
 #   scripts/board_vm.sh test      build, then run the scenarios (tests/board/)
 #
 # UARTs: ttyS0 the console (a BusyBox shell), ttyS1 the panel line, linked at
-# /dev/ttyPSC3 by the image's start-up. Kernel and BusyBox builds are reused
-# as long as their configuration (scripts/board/*.config) is unchanged.
+# /dev/ttyPSC3 by the image's start-up. The kernel and BusyBox builds are kept
+# in a cache outside the work tree (TAV_BOARD_CACHE, by default
+# ~/.cache/tav_board), one entry per set of inputs: the configurations
+# (scripts/board/*.config) and the versions of the kernel source, BusyBox and
+# the cross compiler. Another clone on the same machine reuses them.
 set -Eeuo pipefail
 cd "$(dirname "$0")/.."
 TOP=$PWD
 B=$TOP/build/board
 CROSS=powerpc-linux-gnu-
-JOBS=${TAV_BOARD_JOBS:-2}
+JOBS=${TAV_BOARD_JOBS:-$(($(nproc) + 1))}
+CACHE=${TAV_BOARD_CACHE:-${XDG_CACHE_HOME:-$HOME/.cache}/tav_board}
 mkdir -p "$B"
 trap 'echo "board_vm: failed at line $LINENO: $BASH_COMMAND" >&2' ERR
 
@@ -88,6 +92,7 @@ build_kernel() {
         nice -n 10 "${k[@]}" -j"$JOBS" vmlinux
         say "kernel built in $(elapsed "$t")"
     fi
+    cp "$out/vmlinux" "$out/usr/gen_init_cpio" "$1/"
 }
 
 # --- BusyBox ----------------------------------------------------------------
@@ -124,6 +129,8 @@ build_busybox() {
             { tail -30 "$out/build.log"; die "BusyBox build failed"; }
         say "BusyBox built in $(elapsed "$t")"
     fi
+    make -s -C "$out" busybox.links >/dev/null
+    cp "$out/busybox" "$out/busybox.links" "$1/"
 }
 
 # --- the programs -----------------------------------------------------------
@@ -146,7 +153,10 @@ build_rootfs() {
     local r=$B/rootfs sysroot=/usr/powerpc-linux-gnu f lib
     rm -rf "$r"
     mkdir -p "$r"/{bin,sbin,usr/bin,usr/sbin,usr/lib,lib,etc/init.d,proc,sys,dev,tmp,root,var/run,var/log,nandflash/config}
-    make -s -C "$B/busybox" CROSS_COMPILE=$CROSS CONFIG_PREFIX="$r" install >/dev/null
+    install -m 755 "$C/busybox" "$r/bin/busybox"
+    while read -r f; do
+        [ -e "$r$f" ] || ln -s /bin/busybox "$r$f"
+    done <"$C/busybox.links"
     ln -sf bin/busybox "$r/init"
     cp -a "$B/stage/." "$r/"
     for f in tav_matrix_core tav_matrix_ctl; do
@@ -172,28 +182,45 @@ build_rootfs() {
         done
         todo=$next
     done
-    # Owned by root, with the console node the kernel opens before devtmpfs.
-    echo "nod /dev/console 0600 0 0 c 5 1" >"$B/extra.list"
-    [ -x "$B/kernel/usr/gen_init_cpio" ] ||
-        cc -O2 -o "$B/kernel/usr/gen_init_cpio" "$B/linux-source-6.1/usr/gen_init_cpio.c"
-    (cd "$B/kernel" && sh "$B/linux-source-6.1/usr/gen_initramfs.sh" -o "$B/rootfs.cpio" \
-        -u "$(id -u)" -g "$(id -g)" "$r" "$B/extra.list")
-    say "root file system: $(du -sk "$r" | cut -f1) kB, libraries: $seen"
+    # Everything owned by root; the console node that the kernel opens
+    # before devtmpfs is mounted.
+    (cd "$r" && find . -mindepth 1 -printf '%y %m %P %l\n' | sort -k3) | awk -v r="$r" '
+        $1 == "d" { print "dir /" $3, $2, 0, 0 }
+        $1 == "l" { print "slink /" $3, $4, 777, 0, 0 }
+        $1 == "f" { print "file /" $3, r "/" $3, $2, 0, 0 }
+        END { print "nod /dev/console 600 0 0 c 5 1" }' >"$B/rootfs.list"
+    "$C/gen_init_cpio" "$B/rootfs.list" >"$B/rootfs.cpio"
+    say "root file system: $(du -sk "$r" | cut -f1) kB, libraries:$seen"
+}
+
+# The cache entry for the current inputs: the kernel and BusyBox, built when
+# missing (into a temporary entry, renamed when complete).
+image_inputs() {
+    cat scripts/board/kernel.config scripts/board/busybox.config
+    dpkg-query -W -f='${Package} ${Version}\n' linux-source-6.1 gcc-powerpc-linux-gnu libc6-dev-powerpc-cross
+    apt-cache policy busybox | sed -n 's/^ *Candidate: */busybox /p'
 }
 
 build_all() {
     local t=$(date +%s)
     install_needs
-    build_kernel
-    build_busybox
+    C=$CACHE/$(image_inputs | sha256sum | cut -c1-16)
+    if [ -f "$C/vmlinux" ]; then
+        say "kernel and BusyBox from the cache $C"
+    else
+        rm -rf "$C.part" && mkdir -p "$C.part"
+        build_kernel "$C.part"
+        build_busybox "$C.part"
+        mv "$C.part" "$C"
+    fi
     build_programs
     build_rootfs
-    say "image ready in $(elapsed "$t"): $B/kernel/vmlinux, $B/rootfs.cpio"
+    say "image ready in $(elapsed "$t"): $C/vmlinux, $B/rootfs.cpio"
 }
 
 qemu_cmd() {
     echo qemu-system-ppc -M ppce500 -cpu e500mc -m 256M -display none -monitor none \
-        -kernel "$B/kernel/vmlinux" -initrd "$B/rootfs.cpio" -append "console=ttyS0"
+        -kernel "$C/vmlinux" -initrd "$B/rootfs.cpio" -append "console=ttyS0"
 }
 
 case ${1:-build} in
