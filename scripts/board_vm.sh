@@ -38,14 +38,15 @@ apt_or_die() {
 
 # A deb-src twin of every deb entry of the system's sources, for apt-get source.
 add_deb_src() {
-    local f=/etc/apt/sources.list.d/debian.sources out=/etc/apt/sources.list.d/tav-deb-src.sources
+    local f=/etc/apt/sources.list.d/debian.sources
+    say "no deb-src entries: adding the twins of the deb entries"
     if [ -f "$f" ]; then
-        sed -n '/^Types: deb$/,/^$/p' "$f" | sed 's/^Types: deb$/Types: deb-src/' | $SUDO tee "$out" >/dev/null
+        sed -n '/^Types: deb$/,/^$/p' "$f" | sed 's/^Types: deb$/Types: deb-src/' |
+            $SUDO tee /etc/apt/sources.list.d/tav-deb-src.sources >/dev/null
     elif [ -f /etc/apt/sources.list ]; then
         grep '^deb ' /etc/apt/sources.list | sed 's/^deb /deb-src /' |
             $SUDO tee /etc/apt/sources.list.d/tav-deb-src.list >/dev/null
     fi
-    apt_or_die update -qq
 }
 
 install_needs() {
@@ -96,14 +97,15 @@ build_kernel() {
 }
 
 # --- BusyBox ----------------------------------------------------------------
+fetch_busybox() { (cd "$B" && apt-get source -qq --download-only busybox); }
+
 build_busybox() {
     local src=$B/busybox-src out=$B/busybox frag=$TOP/scripts/board/busybox.config t=$(date +%s)
     if [ ! -f "$src/Makefile" ]; then
-        if ! (cd "$B" && apt-get source -qq --download-only busybox) 2>"$B/apt-source.log"; then
-            say "no busybox source entry: adding deb-src entries"
-            add_deb_src
-            (cd "$B" && apt-get source -qq --download-only busybox) ||
-                die "apt-get source busybox failed: is Debian's archive reachable?"
+        if ! fetch_busybox 2>"$B/apt-source.log"; then
+            grep -rqsE '^(Types:.*deb-src|deb-src )' /etc/apt/sources.list /etc/apt/sources.list.d/ || add_deb_src
+            apt_or_die update -qq
+            fetch_busybox || die "apt-get source busybox failed: is Debian's archive reachable?"
         fi
         rm -rf "$src"
         dpkg-source -x "$(ls "$B"/busybox_*.dsc | tail -1)" "$src" >/dev/null
