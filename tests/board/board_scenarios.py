@@ -93,10 +93,11 @@ def stacks(maps):
 
 def figures(g):
     pid = g.sh('pidof tav_keyboard')[1].strip()
-    dirty = g.sh(f'grep Private_Dirty /proc/{pid}/smaps_rollup')[1].split()[1:3]
+    # Files on the initramfs are memory of their own: their pages count as dirty too.
+    mem = ', '.join(g.sh(f'grep -E "^(Private_Dirty|Anonymous)" /proc/{pid}/smaps_rollup')[1].split('\n')[:2])
     threads = g.sh(f'ls /proc/{pid}/task | wc -l')[1].strip()
     print(f'board: figure: {threads} threads, stacks kB {stacks(g.sh(f"cat /proc/{pid}/maps")[1])}, '
-          f'Private_Dirty {" ".join(dirty)}; stty -F /dev/ttyPSC3: '
+          f'{" ".join(mem.split())}; stty -F /dev/ttyPSC3: '
           + ' '.join(g.sh('stty -F /dev/ttyPSC3')[1].split()), flush=True)
     return bool(pid)
 
