@@ -6,11 +6,13 @@ socket; its second UART is the panel's line, played by tav_panel_emu in script
 mode. The steps run in order, each with bounded waits; the first failure ends the
 run and prints the console's tail, the guest's log and the panel. The run ends
 with "board: N passed, N failed"."""
-import os, re, select, signal, socket, subprocess, sys, time
+import os, re, select, shutil, signal, socket, subprocess, sys, tempfile, time
 
 args = sys.argv[1:]
 B, EMU, QEMU = args[args.index('--build') + 1], args[args.index('--emu') + 1], args[args.index('--') + 1:]
-CON, PANEL, INIT = f'{B}/console.sock', f'{B}/panel.sock', '/etc/init.d/tav_keyboard'
+# The sockets in a short directory: a unix socket's path has at most 107 bytes.
+SOCKS = tempfile.mkdtemp(prefix='tav_board_')
+CON, PANEL, INIT = f'{SOCKS}/console', f'{SOCKS}/panel', '/etc/init.d/tav_keyboard'
 
 
 class Stream:
@@ -72,9 +74,7 @@ class Panel(Stream):
         return self.expect(r'(ok|fail) wait-\S+\n', secs + 10, f'panel: wait-{what}')[1].group(1) == 'ok'
 
     def keys(self, keys):
-        for k in keys.split():
-            self.send(f'press {k}')
-        return True
+        return [self.send(f'press {k}') for k in keys.split()]
 
     def dump(self):
         self.send('dump')
@@ -167,9 +167,6 @@ def main():
         raise TimeoutError('the whole run took more than 300 s')
     signal.signal(signal.SIGALRM, alarm)
     signal.alarm(300)
-    for s in (CON, PANEL):
-        if os.path.exists(s):
-            os.unlink(s)
     t0 = time.monotonic()
     # qemu waits for a client on each socket in turn before it starts the guest.
     qemu = subprocess.Popen(QEMU + ['-chardev', f'socket,id=con,path={CON},server=on,wait=on', '-serial', 'chardev:con',
@@ -196,7 +193,7 @@ def main():
             if not ok:
                 break
         open(f'{B}/guest-messages.log', 'w').write(g.sh('cat /var/log/messages')[1])
-    except (TimeoutError, EOFError, OSError) as e:
+    except Exception as e:
         failed += 1
         print(f'board: FAIL {type(e).__name__}: {e}', flush=True)
     finally:
@@ -210,6 +207,7 @@ def main():
                     proc.wait(10)
                 except subprocess.TimeoutExpired:
                     proc.kill()
+        shutil.rmtree(SOCKS, ignore_errors=True)
     print(f'board: {passed} passed, {failed} failed (logs in {B})')
     return 1 if failed or not passed else 0
 
