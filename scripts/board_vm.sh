@@ -22,7 +22,7 @@ TOP=$PWD
 B=$TOP/build/board
 CROSS=powerpc-linux-gnu-
 JOBS=${TAV_BOARD_JOBS:-$(($(nproc) + 1))}
-CACHE=${TAV_BOARD_CACHE:-${XDG_CACHE_HOME:-$HOME/.cache}/tav_board}
+CACHE=${TAV_BOARD_CACHE:-${XDG_CACHE_HOME:-${HOME:-$B}/.cache}/tav_board}
 mkdir -p "$B"
 trap 'echo "board_vm: failed at line $LINENO: $BASH_COMMAND" >&2' ERR
 
@@ -210,10 +210,11 @@ build_all() {
     if [ -f "$C/vmlinux" ]; then
         say "kernel and BusyBox from the cache $C"
     else
-        rm -rf "$C.part" && mkdir -p "$C.part"
-        build_kernel "$C.part"
-        build_busybox "$C.part"
-        mv "$C.part" "$C"
+        local part=$C.part.$$
+        rm -rf "$part" && mkdir -p "$part"
+        build_kernel "$part"
+        build_busybox "$part"
+        mv -T "$part" "$C" 2>/dev/null || rm -rf "$part" # another build may have been first
     fi
     build_programs
     build_rootfs
