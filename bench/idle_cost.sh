@@ -17,7 +17,8 @@
 # CPU is (utime + stime) from /proc/PID/stat over the window, in clock ticks
 # (1/CLK_TCK s, so one tick over 30 s is 0.033 %); "cpu_ns %" is the same
 # share from the run time in /proc/PID/task/*/schedstat, to the nanosecond;
-# "wakes/s" counts the times its threads were put on a CPU (same file).
+# "wakes/s" counts its threads' voluntary context switches (each one a sleep
+# that a wake-up ends; preemptions on a busy machine are not wake-ups).
 # Memory is from /proc/PID/smaps_rollup at the end of the window.
 # Then a "BENCH" line per state for the CPU share (from cpu_ns) and the
 # wake-ups, each with its target and "met" or "MISSED".
@@ -127,9 +128,12 @@ ticks=$(getconf CLK_TCK)
 cpu_ticks() { # utime + stime; the name in field 2 has no blanks here
     awk '{ print $14 + $15 }' "/proc/$1/stat"
 }
-run_ns() { # run time in ns and times run, summed over the threads
-    cat /proc/"$1"/task/*/schedstat 2>/dev/null |
-        awk '{ s += $1; n += $3 } END { printf "%d %d", s, n }'
+run_ns() { # run time in ns and voluntary switches, summed over the threads
+    local s n
+    s=$(cat /proc/"$1"/task/*/schedstat 2>/dev/null | awk '{ s += $1 } END { printf "%d", s }')
+    n=$(cat /proc/"$1"/task/*/status 2>/dev/null |
+        awk '$1 == "voluntary_ctxt_switches:" { n += $2 } END { printf "%d", n }')
+    echo "$s $n"
 }
 rollup() { # KEY: the figure in kB
     awk -v k="$2:" '$1 == k { print $2 }' "/proc/$1/smaps_rollup"

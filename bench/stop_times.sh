@@ -26,8 +26,9 @@ wait_log() {
     return 1
 }
 
-# One state: $1 name, $2 panel option, $3 core (yes/no), $4 hold the core's
-# PID-file lock (yes/no), $5 log line that marks the state, $6 extra seconds.
+# One state: $1 name, $2 panel option, $3 core (yes/no), $4 the core holds
+# its PID-file lock for a minute (yes/no), $5 log line that marks the state,
+# $6 extra seconds.
 measure() {
     local name=$1 panel=$2 core=$3 hold=$4 mark=$5 extra=$6
     rm -rf "${root:?}"/*
@@ -37,14 +38,11 @@ measure() {
     "$bin/tav_panel_emu" --root "$root" --serve $panel </dev/null >/dev/null 2>&1 &
     pids+=($!)
     if [ "$core" = yes ]; then
-        "$bin/tav_matrix_core" >/dev/null 2>&1 &
+        local delay=1000
+        [ "$hold" = yes ] && delay=60000
+        "$bin/tav_matrix_core" --root "$root" --startup-delay-ms $delay >/dev/null 2>&1 &
         pids+=($!)
         sleep 0.5
-    fi
-    if [ "$hold" = yes ]; then
-        python3 -c 'import fcntl,sys,time; f=open(sys.argv[1],"a"); fcntl.lockf(f, fcntl.LOCK_EX); time.sleep(120)' \
-            "$root/var/run/matrix_app_quoral.pid" &
-        pids+=($!)
     fi
     sleep 0.3
     "$bin/tav_keyboard" &

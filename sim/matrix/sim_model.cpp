@@ -430,6 +430,23 @@ int32_t port_dir(const Chassis& c, int port, bool audio, bool active) {
     return st == em_matrix_card_offline ? em_matrix_unknown : d;
 }
 
+int32_t route_of(const Chassis& c, bool audio, int output) {
+    if (output < 1 || output > c.ports ||
+        (audio ? c.port[output].adir : c.port[output].vdir) != em_matrix_out)
+        return -2;
+    return audio ? c.port[output].aroute : c.port[output].vroute;
+}
+
+Edid* edid_of(Chassis& c, int port, int32_t kind) {
+    if (kind == em_matrix_edid_default)
+        return &c.default_edid;
+    if (port < 1 || port > c.ports)
+        return nullptr;
+    if (kind == em_matrix_edid_in)
+        return &c.port[port].own;
+    return kind == em_matrix_edid_load ? &c.port[port].load : nullptr;
+}
+
 int32_t check_route(const Chassis& c, bool audio, int input, int output) {
     if (port_dir(c, output, audio, true) != em_matrix_out)
         return -2;

@@ -75,6 +75,13 @@ bool parse_state(const std::string& word, int32_t& state);
 // card is in its normal state; otherwise only while a card is present.
 int32_t port_dir(const Chassis& c, int port, bool audio, bool active);
 
+// The input routed to an output; -2 when the port is no output of that kind.
+int32_t route_of(const Chassis& c, bool audio, int output);
+
+// The EDID of a port by kind (EM_MATRIX_EDID_TYPE): an input's own, the
+// sink's, or the chassis default; nullptr for an unknown port or kind.
+Edid* edid_of(Chassis& c, int port, int32_t kind);
+
 // Per-client batch of routes collected by set/stash until done.
 struct Batch {
     std::map<int, int> video, audio; // output -> input

@@ -13,6 +13,7 @@
 //                   pushes "sig SRC THREAD PARAM BITS"
 //   control client: "ctl COMMAND ARGS..." -> "| text" lines, then "ok" or "err TEXT"
 #include <fcntl.h>
+#include <getopt.h>
 #include <poll.h>
 #include <signal.h>
 #include <sys/socket.h>
@@ -23,6 +24,7 @@
 #include <cerrno>
 #include <chrono>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <deque>
 #include <fstream>
@@ -30,8 +32,10 @@
 #include <map>
 #include <sstream>
 #include <string>
+#include <string_view>
 #include <vector>
 
+#include "ctl_commands.h"
 #include "sim_model.h"
 
 using namespace tavsim;
@@ -122,12 +126,7 @@ std::string library_call(Conn& c, const std::vector<std::string>& w) {
     } else if (v == "get_video_pipe_io" || v == "get_audio_pipe_io") {
         rc = port_dir(g_ch, (int)arg(w, 1), audio, false);
     } else if (v == "get_video_switch_state" || v == "get_audio_switch_state") {
-        const int out = (int)arg(w, 1);
-        if (out < 1 || out > g_ch.ports ||
-            (audio ? g_ch.port[out].adir : g_ch.port[out].vdir) != em_matrix_out)
-            rc = -2;
-        else
-            rc = audio ? g_ch.port[out].aroute : g_ch.port[out].vroute;
+        rc = route_of(g_ch, audio, (int)arg(w, 1));
     } else if (v == "set_video_switch" || v == "set_audio_switch" ||
                v == "stash_video_switch_data" || v == "stash_audio_switch_data") {
         const int in = (int)arg(w, 1), out = (int)arg(w, 2);
@@ -213,13 +212,17 @@ struct CtlOut {
     void line(const std::string& s) { text += "| " + s + "\n"; }
 };
 
+// Moves a card to `state` and raises the signals of the change.
+void change_card(long slot, int32_t state) {
+    std::vector<Signal> sigs;
+    set_card_state(g_ch, (int)slot, state, sigs);
+    raise_all(sigs);
+}
+
 void card_normal_later(int slot, int ms) {
     after(ms, [slot] {
-        if (g_ch.cards[slot].state != em_matrix_card_online)
-            return; // pulled meanwhile
-        std::vector<Signal> sigs;
-        set_card_state(g_ch, slot, em_matrix_card_normal, sigs);
-        raise_all(sigs);
+        if (g_ch.cards[slot].state == em_matrix_card_online) // else pulled meanwhile
+            change_card(slot, em_matrix_card_normal);
     });
 }
 
@@ -237,228 +240,305 @@ void update_step(int slot, unsigned gen) {
     });
 }
 
-// Returns an error text, or "" on success.
-std::string ctl_command(const std::vector<std::string>& w, CtlOut& o) {
-    const std::string cmd = w.size() > 1 ? w[1] : "";
-    auto n = [&](size_t i, long d = -1) { return arg(w, i, d); };
-    if (cmd == "state") {
-        std::istringstream in(describe(g_ch));
-        std::string l;
-        while (std::getline(in, l))
-            o.line(l);
-        for (const auto& [call, rc] : g_fails)
-            o.line("fail " + call + " rc=" + std::to_string(rc));
-        for (const auto& [fd, c] : g_conns)
-            if (c.subscriber) {
-                char b[64];
-                std::snprintf(b, sizeof b, "client pid=%ld mask=0x%04x", c.pid, g_masks[c.pid]);
-                o.line(b);
-            }
-        return "";
+// ---- control command handlers ----------------------------------------------
+// Each takes the request's words ("ctl", the keyword, its arguments) and
+// returns an error text, "" on success, or kBadUsage for the row's usage line.
+
+using Words = std::vector<std::string>;
+const std::string kBadUsage = "\x01";
+
+long num(const Words& w, size_t i, long dflt = -1) {
+    return arg(w, i, dflt);
+}
+
+// The number after the word `name` among the NAME VALUE pairs from w[first]
+// on (the last one given counts); `dflt` when absent.
+long named(const Words& w, size_t first, const std::string& name, long dflt) {
+    long v = dflt;
+    for (size_t i = first; i + 1 < w.size(); i += 2)
+        if (w[i] == name)
+            v = num(w, i + 1, dflt);
+    return v;
+}
+
+std::string ctl_state(const Words&, CtlOut& o) {
+    std::istringstream in(describe(g_ch));
+    std::string l;
+    while (std::getline(in, l))
+        o.line(l);
+    for (const auto& [call, rc] : g_fails)
+        o.line("fail " + call + " rc=" + std::to_string(rc));
+    for (const auto& [fd, c] : g_conns)
+        if (c.subscriber) {
+            char b[64];
+            std::snprintf(b, sizeof b, "client pid=%ld mask=0x%04x", c.pid, g_masks[c.pid]);
+            o.line(b);
+        }
+    return "";
+}
+
+std::string ctl_log(const Words& w, CtlOut& o) {
+    const bool results = w.size() > 2 && w[2] == "-r";
+    const size_t first = results ? 3 : 2;
+    for (const auto& e : g_log) {
+        bool match = w.size() <= first;
+        for (size_t i = first; i < w.size(); ++i)
+            match = match || e.rfind(w[i], 0) == 0;
+        if (match)
+            o.line(results ? e : e.substr(0, e.rfind(" = ")));
     }
-    if (cmd == "log") {
-        const bool results = w.size() > 2 && w[2] == "-r";
-        for (const auto& e : g_log) {
-            bool match = w.size() <= (results ? 3u : 2u);
-            for (size_t i = results ? 3 : 2; i < w.size(); ++i)
-                match = match || e.rfind(w[i], 0) == 0;
-            if (match)
-                o.line(results ? e : e.substr(0, e.rfind(" = ")));
+    return "";
+}
+
+std::string ctl_clear_log(const Words&, CtlOut&) {
+    g_log.clear();
+    return "";
+}
+
+// The card commands: the slot (w[2]) is checked before their handler runs.
+template <std::string (*Fn)(const Words&, long, Card&)>
+std::string with_slot(const Words& w, CtlOut&) {
+    const long slot = num(w, 2);
+    if (slot < 1 || slot > kMaxSlots)
+        return "slot must be 1.." + std::to_string(kMaxSlots);
+    return Fn(w, slot, g_ch.cards[slot]);
+}
+
+// Describes a new card the way the chassis file does and takes its ports.
+std::string place_new_card(const Words& w, long slot, size_t& i) {
+    Card& k = g_ch.cards[slot];
+    if (k.defined && k.state != em_matrix_card_offline)
+        return "slot " + w[2] + " is occupied";
+    std::string text = "ports " + std::to_string(g_ch.ports) + "\ncard 1 " + w[3] + " " + w[4];
+    i = 5;
+    if (i < w.size() && (w[i] == "av" || w[i] == "video" || w[i] == "audio"))
+        text += " " + w[i++];
+    Chassis probe;
+    std::string err;
+    if (!parse_chassis(text, probe, err))
+        return err.substr(err.find(':') + 2);
+    const Card& nk = probe.cards[1];
+    for (int p = 1; p <= g_ch.ports; ++p)
+        if (g_ch.port[p].slot == slot)
+            g_ch.port[p].slot = 0;
+    for (int p = nk.first; p <= nk.last; ++p) {
+        if (g_ch.port[p].slot != 0)
+            return "port " + std::to_string(p) + " belongs to another card";
+    }
+    for (int p = nk.first; p <= nk.last; ++p) {
+        g_ch.port[p].slot = (int)slot;
+        g_ch.port[p].vdir = probe.port[p].vdir;
+        g_ch.port[p].adir = probe.port[p].adir;
+    }
+    k = nk;
+    k.state = em_matrix_card_offline;
+    return "";
+}
+
+std::string ctl_insert(const Words& w, long slot, Card& k) {
+    size_t i = 3;
+    if (w.size() > 4 && (w[3] == "in" || w[3] == "out")) {
+        const std::string err = place_new_card(w, slot, i);
+        if (!err.empty())
+            return err;
+    } else if (!k.defined) {
+        return "slot " + w[2] +
+               " has no card in the chassis: insert SLOT in|out FIRST-LAST [av|video|audio]";
+    } else if (k.state != em_matrix_card_offline) {
+        return "slot " + w[2] + " is occupied";
+    }
+    const long delay = named(w, i, "--delay", g_normal_delay_ms);
+    change_card(slot, em_matrix_card_online);
+    card_normal_later((int)slot, delay < 0 ? 0 : (int)delay);
+    return "";
+}
+
+std::string ctl_pull(const Words& w, long slot, Card& k) {
+    if (!k.defined || k.state == em_matrix_card_offline)
+        return "slot " + w[2] + " is empty";
+    change_card(slot, em_matrix_card_offline);
+    return "";
+}
+
+std::string ctl_cardstate(const Words& w, long slot, Card& k) {
+    int32_t st = 0;
+    if (!k.defined)
+        return "slot " + w[2] + " holds no card";
+    if (w.size() < 4 || !parse_state(w[3], st))
+        return kBadUsage;
+    change_card(slot, st);
+    return "";
+}
+
+std::string ctl_update(const Words& w, CtlOut&) {
+    const std::string sub = w.size() > 2 ? w[2] : "";
+    if (sub == "start" || sub == "run") {
+        const long slot = num(w, 3);
+        if (slot < 1 || slot > kMaxUpdateId)
+            return "update slot must be 1.." + std::to_string(kMaxUpdateId);
+        g_ch.update_slot = (int)slot;
+        g_ch.update_pct = 0;
+        const unsigned gen = ++g_update_gen;
+        raise_sig({em_matrix_sig_src_core, 0, 0x8000u | (uint32_t)slot, TAV_MATRIX_SIG_UPDATE});
+        if (sub == "run") {
+            g_run_step_ms = (int)num(w, 4, 300);
+            after(g_run_step_ms, [slot, gen] { update_step((int)slot, gen); });
         }
         return "";
     }
-    if (cmd == "clear-log") {
-        g_log.clear();
+    if (sub == "set") {
+        ++g_update_gen;
+        const long pct = num(w, 3);
+        if (pct < 0 || pct > 255)
+            return "usage: update set PERCENT";
+        g_ch.update_pct = (int)pct;
         return "";
     }
-    if (cmd == "insert" || cmd == "pull" || cmd == "cardstate") {
-        const long slot = n(2);
-        if (slot < 1 || slot > kMaxSlots)
-            return "slot must be 1.." + std::to_string(kMaxSlots);
-        Card& k = g_ch.cards[slot];
-        std::vector<Signal> sigs;
-        if (cmd == "pull") {
-            if (!k.defined || k.state == em_matrix_card_offline)
-                return "slot " + w[2] + " is empty";
-            set_card_state(g_ch, (int)slot, em_matrix_card_offline, sigs);
-        } else if (cmd == "cardstate") {
-            int32_t st = 0;
-            if (!k.defined)
-                return "slot " + w[2] + " holds no card";
-            if (w.size() < 4 || !parse_state(w[3], st))
-                return "usage: cardstate SLOT STATE";
-            set_card_state(g_ch, (int)slot, st, sigs);
-        } else {
-            int delay = g_normal_delay_ms;
-            size_t i = 3;
-            if (w.size() > 4 && (w[3] == "in" || w[3] == "out")) {
-                // A new card: describe it the way the chassis file does.
-                if (k.defined && k.state != em_matrix_card_offline)
-                    return "slot " + w[2] + " is occupied";
-                std::string text =
-                    "ports " + std::to_string(g_ch.ports) + "\ncard 1 " + w[3] + " " + w[4];
-                i = 5;
-                if (i < w.size() && (w[i] == "av" || w[i] == "video" || w[i] == "audio"))
-                    text += " " + w[i++];
-                Chassis probe;
-                std::string err;
-                if (!parse_chassis(text, probe, err))
-                    return err.substr(err.find(':') + 2);
-                const Card& nk = probe.cards[1];
-                for (int p = 1; p <= g_ch.ports; ++p)
-                    if (g_ch.port[p].slot == slot)
-                        g_ch.port[p].slot = 0;
-                for (int p = nk.first; p <= nk.last; ++p) {
-                    if (g_ch.port[p].slot != 0)
-                        return "port " + std::to_string(p) + " belongs to another card";
-                }
-                for (int p = nk.first; p <= nk.last; ++p) {
-                    g_ch.port[p].slot = (int)slot;
-                    g_ch.port[p].vdir = probe.port[p].vdir;
-                    g_ch.port[p].adir = probe.port[p].adir;
-                }
-                k = nk;
-                k.state = em_matrix_card_offline;
-            } else if (!k.defined) {
-                return "slot " + w[2] +
-                       " has no card in the chassis: insert SLOT in|out FIRST-LAST "
-                       "[av|video|audio]";
-            } else if (k.state != em_matrix_card_offline) {
-                return "slot " + w[2] + " is occupied";
-            }
-            for (; i + 1 < w.size(); i += 2)
-                if (w[i] == "--delay")
-                    delay = (int)n(i + 1, delay);
-            set_card_state(g_ch, (int)slot, em_matrix_card_online, sigs);
-            card_normal_later((int)slot, delay < 0 ? 0 : delay);
-        }
-        raise_all(sigs);
-        return "";
-    }
-    if (cmd == "update") {
-        const std::string sub = w.size() > 2 ? w[2] : "";
-        if (sub == "start" || sub == "run") {
-            const long slot = n(3);
-            if (slot < 1 || slot > kMaxUpdateId)
-                return "update slot must be 1.." + std::to_string(kMaxUpdateId);
-            g_ch.update_slot = (int)slot;
+    if (sub == "finish" || sub == "end" || sub == "fail") {
+        ++g_update_gen;
+        if (sub == "finish")
+            g_ch.update_pct = 100;
+        if (sub == "fail")
             g_ch.update_pct = 0;
-            const unsigned gen = ++g_update_gen;
-            raise_sig({em_matrix_sig_src_core, 0, 0x8000u | (uint32_t)slot, TAV_MATRIX_SIG_UPDATE});
-            if (sub == "run") {
-                g_run_step_ms = (int)n(4, 300);
-                after(g_run_step_ms, [slot, gen] { update_step((int)slot, gen); });
-            }
-            return "";
-        }
-        if (sub == "set") {
-            ++g_update_gen;
-            const long pct = n(3);
-            if (pct < 0 || pct > 255)
-                return "usage: update set PERCENT";
-            g_ch.update_pct = (int)pct;
-            return "";
-        }
-        if (sub == "finish" || sub == "end" || sub == "fail") {
-            ++g_update_gen;
-            if (sub == "finish")
-                g_ch.update_pct = 100;
-            if (sub == "fail")
-                g_ch.update_pct = 0;
-            raise_sig(
-                {em_matrix_sig_src_core, 0, (uint32_t)g_ch.update_slot, TAV_MATRIX_SIG_UPDATE});
-            return "";
-        }
-        return "usage: update start|run SLOT | set PCT | finish | end | fail";
-    }
-    if (cmd == "reboot") {
-        if (w.size() < 3)
-            return "usage: reboot OPTION";
-        raise_sig({em_matrix_sig_src_core, 0, (uint32_t)n(2, 0), TAV_MATRIX_SIG_REBOOT});
+        raise_sig({em_matrix_sig_src_core, 0, (uint32_t)g_ch.update_slot, TAV_MATRIX_SIG_UPDATE});
         return "";
     }
-    if (cmd == "raise") {
-        long bits = n(2, -1), param = n(3, 0), src = em_matrix_sig_src_core, count = 1, tid = 0;
-        if (bits < 0)
-            return "usage: raise BITS [PARAM] [--src S] [--thread T] [--count N]";
-        for (size_t i = 4; i + 1 < w.size(); i += 2) {
-            if (w[i] == "--src")
-                src = n(i + 1, src);
-            if (w[i] == "--count")
-                count = n(i + 1, 1);
-            if (w[i] == "--thread")
-                tid = n(i + 1, 0);
-        }
-        for (long i = 0; i < count; ++i)
-            raise_sig({(uint32_t)src, (uint32_t)tid, (uint32_t)param, (uint32_t)bits});
-        return "";
+    return kBadUsage;
+}
+
+std::string ctl_reboot(const Words& w, CtlOut&) {
+    raise_sig({em_matrix_sig_src_core, 0, (uint32_t)num(w, 2, 0), TAV_MATRIX_SIG_REBOOT});
+    return "";
+}
+
+std::string ctl_raise(const Words& w, CtlOut&) {
+    const long bits = num(w, 2, -1), param = num(w, 3, 0);
+    if (bits < 0)
+        return kBadUsage;
+    const long src = named(w, 4, "--src", em_matrix_sig_src_core),
+               count = named(w, 4, "--count", 1), tid = named(w, 4, "--thread", 0);
+    for (long i = 0; i < count; ++i)
+        raise_sig({(uint32_t)src, (uint32_t)tid, (uint32_t)param, (uint32_t)bits});
+    return "";
+}
+
+// Mixed signals that change nothing in the chassis: connection and port
+// changes, slot signals of the cards present, parameter signals of a foreign
+// kind (high bits set).
+std::string ctl_burst(const Words& w, CtlOut&) {
+    const long count = num(w, 2, 0);
+    std::vector<int> slots;
+    for (int s = 1; s <= kMaxSlots; ++s)
+        if (g_ch.cards[s].defined && g_ch.cards[s].state == em_matrix_card_normal)
+            slots.push_back(s);
+    uint32_t x = (uint32_t)num(w, 3, 12345);
+    static const uint32_t kinds[6] = {TAV_MATRIX_SIG_VIDEO_CONNECT, TAV_MATRIX_SIG_AUDIO_CONNECT,
+                                      TAV_MATRIX_SIG_SLOT,          TAV_MATRIX_SIG_VIDEO_PORT,
+                                      TAV_MATRIX_SIG_AUDIO_PORT,    TAV_MATRIX_SIG_PARAM};
+    for (long i = 0; i < count; ++i) {
+        x = x * 1103515245u + 12345u;
+        const uint32_t r = (x >> 16) % 6;
+        uint32_t param = 0;
+        if (kinds[r] == TAV_MATRIX_SIG_SLOT)
+            param = slots.empty() ? 1 : slots[(x >> 8) % slots.size()];
+        if (kinds[r] == TAV_MATRIX_SIG_PARAM)
+            param = 0x10000u | 1u;
+        raise_sig({em_matrix_sig_src_core, 0, param, kinds[r]});
     }
-    if (cmd == "burst") {
-        // Mixed signals that change nothing in the chassis: connection and port
-        // changes, slot signals of the cards present, parameter signals of a
-        // foreign kind (high bits set).
-        const long count = n(2, 0);
-        std::vector<int> slots;
-        for (int s = 1; s <= kMaxSlots; ++s)
-            if (g_ch.cards[s].defined && g_ch.cards[s].state == em_matrix_card_normal)
-                slots.push_back(s);
-        uint32_t x = (uint32_t)n(3, 12345);
-        for (long i = 0; i < count; ++i) {
-            x = x * 1103515245u + 12345u;
-            const uint32_t r = (x >> 16) % 6;
-            static const uint32_t kinds[6] = {
-                TAV_MATRIX_SIG_VIDEO_CONNECT, TAV_MATRIX_SIG_AUDIO_CONNECT, TAV_MATRIX_SIG_SLOT,
-                TAV_MATRIX_SIG_VIDEO_PORT,    TAV_MATRIX_SIG_AUDIO_PORT,    TAV_MATRIX_SIG_PARAM};
-            uint32_t param = 0;
-            if (kinds[r] == TAV_MATRIX_SIG_SLOT)
-                param = slots.empty() ? 1 : slots[(x >> 8) % slots.size()];
-            if (kinds[r] == TAV_MATRIX_SIG_PARAM)
-                param = 0x10000u | 1u;
-            raise_sig({em_matrix_sig_src_core, 0, param, kinds[r]});
-        }
-        return "";
+    return "";
+}
+
+std::string ctl_route(const Words& w, CtlOut&) {
+    if (w.size() != 5 || (w[2] != "video" && w[2] != "audio"))
+        return kBadUsage;
+    const bool audio = w[2] == "audio";
+    const long out = num(w, 3), in = num(w, 4);
+    const std::string what = audio ? "an audio" : "a video";
+    if (out < 1 || out > g_ch.ports ||
+        (audio ? g_ch.port[out].adir : g_ch.port[out].vdir) != em_matrix_out)
+        return "port " + w[3] + " is not " + what + " output";
+    if (in != 0 && (in < 1 || in > g_ch.ports ||
+                    (audio ? g_ch.port[in].adir : g_ch.port[in].vdir) != em_matrix_in))
+        return "port " + w[4] + " is not " + what + " input";
+    (audio ? g_ch.port[out].aroute : g_ch.port[out].vroute) = (int)in;
+    raise_sig({em_matrix_sig_src_core, 0, 0,
+               audio ? TAV_MATRIX_SIG_AUDIO_CONNECT : TAV_MATRIX_SIG_VIDEO_CONNECT});
+    return "";
+}
+
+std::string ctl_fail(const Words& w, CtlOut&) {
+    if (w.size() > 3 && w[3] == "off")
+        g_fails.erase(w[2]);
+    else
+        g_fails[w[2]] = (int32_t)num(w, 3, -1);
+    return "";
+}
+
+std::string ctl_edid(const Words& w, CtlOut& o) {
+    const std::string kind = w.size() > 3 ? w[3] : "";
+    const Edid* e = edid_of(g_ch, (int)num(w, 2),
+                            kind == "default" ? em_matrix_edid_default
+                            : kind == "in"    ? em_matrix_edid_in
+                            : kind == "load"  ? em_matrix_edid_load
+                                              : -1);
+    if (!e)
+        return kBadUsage;
+    o.line(to_hex(e->data(), e->size()));
+    return "";
+}
+
+struct CtlCommand {
+    std::string_view keyword;
+    size_t min_args;        // arguments after the keyword, below which the usage is the reply
+    std::string_view usage; // the reply's text after "usage: "
+    std::string (*run)(const Words&, CtlOut&);
+};
+
+constexpr CtlCommand kCtlCommands[] = {
+    {"state", 0, "state", ctl_state},
+    {"log", 0, "log [-r] [PREFIX...]", ctl_log},
+    {"clear-log", 0, "clear-log", ctl_clear_log},
+    {"insert", 0, "insert SLOT [in|out A-B [av|video|audio]] [--delay MS]", with_slot<ctl_insert>},
+    {"pull", 0, "pull SLOT", with_slot<ctl_pull>},
+    {"cardstate", 0, "cardstate SLOT STATE", with_slot<ctl_cardstate>},
+    {"update", 0, "update start|run SLOT | set PCT | finish | end | fail", ctl_update},
+    {"reboot", 1, "reboot OPTION", ctl_reboot},
+    {"raise", 0, "raise BITS [PARAM] [--src S] [--thread T] [--count N]", ctl_raise},
+    {"burst", 0, "burst N [SEED]", ctl_burst},
+    {"route", 0, "route video|audio OUTPUT INPUT", ctl_route},
+    {"fail", 1, "fail CALL [RESULT|off]", ctl_fail},
+    {"edid", 0, "edid PORT in|load|default", ctl_edid},
+};
+
+// Every command here is listed by tav_matrix_ctl --help, and every command
+// listed there is either here or the client's own.
+constexpr bool ctl_table_matches_help() {
+    for (const auto& c : kCtlCommands) {
+        bool listed = false;
+        for (const auto& h : kCtlCommandHelp)
+            listed = listed || (!h.client_side && ctl_keyword(h.synopsis) == c.keyword);
+        if (!listed)
+            return false;
     }
-    if (cmd == "route") {
-        if (w.size() != 5 || (w[2] != "video" && w[2] != "audio"))
-            return "usage: route video|audio OUTPUT INPUT";
-        const bool audio = w[2] == "audio";
-        const long out = n(3), in = n(4);
-        if (out < 1 || out > g_ch.ports ||
-            (audio ? g_ch.port[out].adir : g_ch.port[out].vdir) != em_matrix_out)
-            return "port " + w[3] + " is not " + std::string(audio ? "an audio" : "a video") +
-                   " output";
-        if (in != 0 && (in < 1 || in > g_ch.ports ||
-                        (audio ? g_ch.port[in].adir : g_ch.port[in].vdir) != em_matrix_in))
-            return "port " + w[4] + " is not " + std::string(audio ? "an audio" : "a video") +
-                   " input";
-        (audio ? g_ch.port[out].aroute : g_ch.port[out].vroute) = (int)in;
-        raise_sig({em_matrix_sig_src_core, 0, 0,
-                   audio ? TAV_MATRIX_SIG_AUDIO_CONNECT : TAV_MATRIX_SIG_VIDEO_CONNECT});
-        return "";
+    for (const auto& h : kCtlCommandHelp) {
+        bool served = h.client_side;
+        for (const auto& c : kCtlCommands)
+            served = served || ctl_keyword(h.synopsis) == c.keyword;
+        if (!served)
+            return false;
     }
-    if (cmd == "fail") {
-        if (w.size() < 3)
-            return "usage: fail CALL [RESULT|off]";
-        if (w.size() > 3 && w[3] == "off")
-            g_fails.erase(w[2]);
-        else
-            g_fails[w[2]] = (int32_t)n(3, -1);
-        return "";
-    }
-    if (cmd == "edid") {
-        const long p = n(2);
-        const std::string kind = w.size() > 3 ? w[3] : "";
-        const Edid* e = nullptr;
-        if (kind == "default")
-            e = &g_ch.default_edid;
-        if (p >= 1 && p <= g_ch.ports && kind == "in")
-            e = &g_ch.port[p].own;
-        if (p >= 1 && p <= g_ch.ports && kind == "load")
-            e = &g_ch.port[p].load;
-        if (!e)
-            return "usage: edid PORT in|load|default";
-        o.line(to_hex(e->data(), e->size()));
-        return "";
+    return true;
+}
+static_assert(ctl_table_matches_help());
+
+// Returns an error text, or "" on success.
+std::string ctl_command(const Words& w, CtlOut& o) {
+    const std::string cmd = w.size() > 1 ? w[1] : "";
+    for (const auto& c : kCtlCommands) {
+        if (c.keyword != cmd)
+            continue;
+        std::string err = w.size() < c.min_args + 2 ? kBadUsage : c.run(w, o);
+        return err == kBadUsage ? "usage: " + std::string(c.usage) : err;
     }
     return "unknown command '" + cmd + "' (see tav_matrix_ctl --help)";
 }
@@ -542,25 +622,35 @@ int usage(int rc) {
 int main(int argc, char** argv) {
     std::string root, chassis_file;
     int startup_delay = 1000;
-    // Options come in pairs: --name value.
-    for (int i = 1; i < argc; i += 2) {
-        const std::string a = argv[i];
-        const char* v = i + 1 < argc ? argv[i + 1] : nullptr;
-        if (a == "--help" || a == "-h")
+    static const option kOptions[] = {{"root", required_argument, nullptr, 'r'},
+                                      {"chassis", required_argument, nullptr, 'c'},
+                                      {"startup-delay-ms", required_argument, nullptr, 's'},
+                                      {"normal-delay-ms", required_argument, nullptr, 'n'},
+                                      {"help", no_argument, nullptr, 'h'},
+                                      {}};
+    int opt;
+    while ((opt = getopt_long(argc, argv, "h", kOptions, nullptr)) != -1) {
+        switch (opt) {
+        case 'r':
+            root = optarg;
+            break;
+        case 'c':
+            chassis_file = optarg;
+            break;
+        case 's':
+            startup_delay = std::atoi(optarg);
+            break;
+        case 'n':
+            g_normal_delay_ms = std::atoi(optarg);
+            break;
+        case 'h':
             return usage(0);
-        if (!v)
+        default:
             return usage(2);
-        if (a == "--root")
-            root = v;
-        else if (a == "--chassis")
-            chassis_file = v;
-        else if (a == "--startup-delay-ms")
-            startup_delay = std::atoi(v);
-        else if (a == "--normal-delay-ms")
-            g_normal_delay_ms = std::atoi(v);
-        else
-            return usage(2);
+        }
     }
+    if (optind < argc)
+        return usage(2);
     if (root.empty())
         return usage(2);
 

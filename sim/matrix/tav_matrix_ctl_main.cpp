@@ -1,5 +1,6 @@
 // Control client of the simulated matrix core, for people and tests.
 #include <fcntl.h>
+#include <getopt.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -12,61 +13,23 @@
 #include <string>
 #include <vector>
 
+#include "ctl_commands.h"
+
 namespace {
 
-const char* kHelp =
+const char* kHelpHead =
     "usage: tav_matrix_ctl [--root DIR] COMMAND ARGS...   (DIR defaults to $TAV_ROOT)\n"
     "Drives the simulated matrix core serving DIR/var/run/tav_matrix.sock.\n"
-    "\n"
-    "  state                        print the whole state, one record per line:\n"
-    "                                 device ports=N\n"
-    "                                 card SLOT kind=in|out ports=A-B media=av|video|audio state=S "
-    "type=N ver=A.B.C\n"
-    "                                 port N slot=S video=D audio=D active_video=D active_audio=D\n"
-    "                                   (D: in, out, mix, none, unknown)\n"
-    "                                 route OUT video=IN audio=IN\n"
-    "                                 edid PORT kind=in|load|default name=NAME crc=XXXXXXXX (port "
-    "0: default)\n"
-    "                                 update slot=N pct=P\n"
-    "                                 fail CALL rc=N\n"
-    "                                 client pid=P mask=0xMMMM   (a registered signal stream)\n"
-    "  log [-r] [PREFIX...]         library calls received, in order, e.g. "
-    "set_video_switch(3,12);\n"
-    "                               -r adds \" = RESULT\"; PREFIXes keep matching lines only\n"
-    "  clear-log                    forget the calls logged so far\n"
-    "  insert SLOT [--delay MS]     put the slot's card back: online (slot signal 0x0080), then "
-    "after\n"
-    "                               MS (default: the core's --normal-delay-ms) normal (port "
-    "signal\n"
-    "                               0x0200/0x0400, then slot signal)\n"
-    "  insert SLOT in|out A-B [av|video|audio] [--delay MS]   insert a new card into an empty "
-    "slot\n"
-    "  pull SLOT                    card offline: port signal, then slot signal (parameter = "
-    "slot)\n"
-    "  cardstate SLOT STATE         set offline|online|normal|power_down|uart_error|iap, with "
-    "signals\n"
-    "  update start SLOT            update begins: slot id SLOT (1..20), 0 %, signal 0x0800 with "
-    "0x8000|SLOT\n"
-    "  update set PCT               progress the library reports, 0..255 (no signal)\n"
-    "  update finish                100 %, then the end signal 0x0800 (parameter = slot)\n"
-    "  update end                   the end signal at the current percentage\n"
-    "  update fail                  0 %, then the end signal\n"
-    "  update run SLOT [STEP_MS]    start, +5 % every STEP_MS (default 300), end signal at 100 %\n"
-    "  reboot OPTION                reboot signal 0x1000 with OPTION (1 reset, 2 factory, 3 "
-    "update, any)\n"
-    "  lock 0|1 [PARAM]             write DIR/nandflash/config/.tav_lock_fp and raise 0x2000 with\n"
-    "                               PARAM (default: this process's id), as another application "
-    "does\n"
-    "  raise BITS [PARAM] [--src S] [--thread T] [--count N]   raise any signal record N times\n"
-    "  burst N [SEED]               N mixed signals that change nothing (0x20 0x40 0x80 0x200 "
-    "0x400,\n"
-    "                               0x2000 with high bits set)\n"
-    "  route video|audio OUT IN     change a route behind the panel's back (+ connection signal)\n"
-    "  fail CALL [RESULT]           make a library call (open, get_port_edid, ...) answer RESULT\n"
-    "                               (default -1); fail CALL off: answer normally again\n"
-    "  edid PORT in|load|default    print the EDID as hex\n"
-    "\n"
-    "Exit status 0 on success; 1 with a message on stderr otherwise.\n";
+    "\n";
+const char* kHelpTail = "\n"
+                        "Exit status 0 on success; 1 with a message on stderr otherwise.\n";
+
+int help(FILE* to, int rc) {
+    std::fputs(kHelpHead, to);
+    std::fputs(tavsim::ctl_command_help().c_str(), to);
+    std::fputs(kHelpTail, to);
+    return rc;
+}
 
 int connect_core(const std::string& root) {
     const std::string path = root + "/var/run/tav_matrix.sock";
@@ -100,23 +63,21 @@ bool write_lock_file(const std::string& root, const std::string& v) {
 
 int main(int argc, char** argv) {
     std::string root = std::getenv("TAV_ROOT") ? std::getenv("TAV_ROOT") : "";
-    std::vector<std::string> args;
-    for (int i = 1; i < argc; ++i) {
-        const std::string a = argv[i];
-        if (a == "--help" || a == "-h") {
-            std::fputs(kHelp, stdout);
-            return 0;
-        }
-        if (a == "--root" && args.empty() && i + 1 < argc) {
-            root = argv[++i];
-            continue;
-        }
-        args.push_back(a);
+    // Options end at the command: its own arguments may start with "--".
+    static const option kOptions[] = {
+        {"root", required_argument, nullptr, 'r'}, {"help", no_argument, nullptr, 'h'}, {}};
+    int opt;
+    while ((opt = getopt_long(argc, argv, "+h", kOptions, nullptr)) != -1) {
+        if (opt == 'r')
+            root = optarg;
+        else if (opt == 'h')
+            return help(stdout, 0);
+        else
+            return help(stderr, 1);
     }
-    if (args.empty()) {
-        std::fputs(kHelp, stderr);
-        return 1;
-    }
+    std::vector<std::string> args(argv + optind, argv + argc);
+    if (args.empty())
+        return help(stderr, 1);
     if (root.empty())
         root = "/";
     if (args[0] == "lock") {

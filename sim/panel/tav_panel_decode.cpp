@@ -14,7 +14,6 @@ namespace {
 constexpr size_t MAX_LINE = 1 << 20;         // longest text line taken
 constexpr uint64_t MAX_REPEAT = 64ull << 20; // most bytes one hexdump '*' may stand for
 constexpr size_t JUNK_SHOWN = 32;            // malformed bytes printed per run
-constexpr uint8_t SUB_VERSION = 0x00, SUB_KEY = 0x07;
 
 int hex_digit(char c) {
     if (c >= '0' && c <= '9') {
@@ -64,113 +63,6 @@ std::string shown(std::string_view tok) {
 
 const char* dir_name(Dir d) {
     return d == Dir::panel ? "panel" : d == Dir::program ? "program" : "";
-}
-
-std::string quoted_text(const uint8_t* p, size_t n) {
-    std::string s = "\"";
-    char b[8];
-    for (size_t i = 0; i < n; ++i) {
-        if (p[i] >= 0x20 && p[i] < 0x7F && p[i] != '"' && p[i] != '\\') {
-            s += static_cast<char>(p[i]);
-        } else {
-            std::snprintf(b, sizeof b, "\\x%02X", p[i]);
-            s += b;
-        }
-    }
-    return s + "\"";
-}
-
-// Frame kinds, in the order the summary lists them.
-enum Kind : int {
-    K_PRESS,
-    K_RELEASE,
-    K_MASK,
-    K_VERSION,
-    K_HANDSHAKE,
-    K_TEXT,
-    K_CURSOR,
-    K_LEDS,
-    K_BLINK,
-    K_CYCLE,
-    K_ENABLE,
-    K_ERROR,
-    K_UNKNOWN,
-    K_MALFORMED,
-    K_COUNT
-};
-constexpr std::array<const char*, K_COUNT> KIND_NAMES = {
-    "key press",    "key release", "key mask", "firmware version", "handshake",
-    "lcd text",     "cursor",      "leds on",  "leds blinking",    "blink cycle",
-    "keys enabled", "error reply", "unknown",  "malformed frame"};
-
-Kind classify(const std::vector<uint8_t>& f, std::string& words) {
-    char b[96];
-    const size_t n = f.size() >= 5 ? f[3] : 0; // data bytes
-    if (f.size() >= 6 && f[2] == 0x21 && f[4] == SUB_KEY && n >= 5) {
-        const uint32_t mask = mask_of(f.data() + 5);
-        if (mask == 0) {
-            words = "key release";
-            return K_RELEASE;
-        }
-        for (int k = 0; k < KEY_COUNT; ++k) {
-            if (mask == (uint32_t{1} << k)) {
-                words = std::string("key press ") + key_name(k);
-                return K_PRESS;
-            }
-        }
-        std::snprintf(b, sizeof b, "key mask %08" PRIX32 " (not one key: ignored)", mask);
-        words = b;
-        return K_MASK;
-    }
-    if (f.size() >= 6 && f[2] == 0x21 && f[4] == SUB_VERSION && n == 6) {
-        std::snprintf(b, sizeof b, "firmware version %u.%u build %u", f[6], f[7], f[8] | f[9]);
-        words = b;
-        return K_VERSION;
-    }
-    PanelState st;
-    const FrameKind kind = PanelModel::decode(f, st);
-    switch (kind) {
-    case FrameKind::handshake:
-        words = "handshake (asks for the firmware version)";
-        return K_HANDSHAKE;
-    case FrameKind::lcd_text:
-        std::snprintf(b, sizeof b, "lcd line %u col %u ", f[5], f[6]);
-        words = b + quoted_text(f.data() + 7, f.size() - 8);
-        return K_TEXT;
-    case FrameKind::cursor:
-        std::snprintf(b, sizeof b, "cursor line %d col %d", st.cursor_line, st.cursor_col);
-        words = b;
-        return K_CURSOR;
-    case FrameKind::led_steady:
-        words = "leds on: " + mask_names(st.led_steady);
-        return K_LEDS;
-    case FrameKind::led_blink:
-        words = "leds blinking: " + mask_names(st.led_blink);
-        return K_BLINK;
-    case FrameKind::key_enable:
-        words = "keys enabled: " + mask_names(st.key_enable);
-        return K_ENABLE;
-    case FrameKind::blink_cycle:
-        words = "blink cycle " + std::to_string(st.blink_cycle);
-        return K_CYCLE;
-    case FrameKind::error_reply:
-        std::snprintf(b, sizeof b, "error reply order %02X code %02X", f[2], f[4]);
-        words = b;
-        return K_ERROR;
-    case FrameKind::unknown:
-        std::snprintf(b, sizeof b, "unknown frame order %02X sub-command %02X: ", f[2],
-                      f.size() > 5 ? f[4] : 0);
-        words = b + hex(f);
-        return K_UNKNOWN;
-    default: {
-        static const char* const subs[] = {"version/handshake", "leds on",  "leds blinking",
-                                           "blink cycle",       "lcd text", "cursor",
-                                           "keys enabled"};
-        const char* what = f.size() > 5 && f[4] < 7 ? subs[f[4]] : "?";
-        words = std::string("malformed frame (") + what + "): " + hex(f);
-        return K_MALFORMED;
-    }
-    }
 }
 
 // The frames of one direction, cut by the program's frame parser. Bytes that
@@ -300,16 +192,9 @@ class Capture {
     }
 
     void frame(Stream& s, Dir d, double t) {
-        std::string words;
-        Kind k;
-        if (s.pending.size() == 4 && s.pending[3] == 0) {
-            k = K_MALFORMED;
-            words = "malformed frame (length 0; the program answers with an error reply): " +
-                    hex(s.pending);
-        } else {
-            k = classify(s.pending, words);
-        }
-        ++counts_[k];
+        const FrameKind k = tav_com_classify(s.pending);
+        const std::string words = tav_com_row(k).say(s.pending);
+        ++counts_[static_cast<size_t>(k)];
         if (d != Dir::panel) {
             PanelModel::decode(s.pending, lcd_);
         }
@@ -335,9 +220,9 @@ class Capture {
             total += c;
         }
         std::fprintf(out_, "summary: %zu frames, %zu malformed bytes\n", total, malformed_);
-        for (int k = 0; k < K_COUNT; ++k) {
+        for (size_t k = 0; k < TAV_COM_KIND_COUNT; ++k) {
             if (counts_[k] > 0) {
-                std::fprintf(out_, "  %-17s %zu\n", KIND_NAMES[k], counts_[k]);
+                std::fprintf(out_, "  %-17s %zu\n", TAV_COM_ROWS[k].name, counts_[k]);
             }
         }
         for (int line = 0; line < LCD_LINES; ++line) {
@@ -353,7 +238,7 @@ class Capture {
     FILE* out_;
     Stream streams_[3];
     bool timed_ = false;
-    std::array<size_t, K_COUNT> counts_{};
+    std::array<size_t, TAV_COM_KIND_COUNT> counts_{};
     size_t malformed_ = 0;
     PanelState lcd_;
 };
@@ -533,29 +418,6 @@ class TextReader {
 };
 
 } // namespace
-
-std::string mask_names(uint32_t mask) {
-    if (mask == 0) {
-        return "none";
-    }
-    if (mask == 0xFFFFFFFFu) {
-        return "all";
-    }
-    std::string s;
-    for (int n = 0; n < 32; ++n) {
-        if ((mask >> n) & 1u) {
-            s += s.empty() ? "" : " ";
-            s += n < KEY_COUNT ? key_name(n) : n == LED_LCD ? "LCD" : "#" + std::to_string(n);
-        }
-    }
-    return s;
-}
-
-std::string frame_meaning(const std::vector<uint8_t>& frame) {
-    std::string words;
-    classify(frame, words);
-    return words;
-}
 
 std::string format_record_line(double t, Dir dir, const uint8_t* bytes, size_t n) {
     char b[48];

@@ -43,11 +43,6 @@ bool load_recording(const std::string& path, std::vector<RecordLine>& out, std::
 // bytes). False with a message when a token is not hex.
 bool parse_hex_line(std::string_view line, std::vector<uint8_t>& out, std::string& err);
 
-// Meaning of one complete frame in words, e.g. "key press TAKE".
-std::string frame_meaning(const std::vector<uint8_t>& frame);
-// Names of the numbers set in an LED or key mask ("TAKE MENU LCD", "none").
-std::string mask_names(uint32_t mask);
-
 enum class InputFormat { detect, raw, hex, hexdump, record };
 
 struct DecodeOptions {

@@ -7,6 +7,7 @@
 // plain bytes), hexdump -C, or a recording of tav_panel_emu --record. Prints
 // one line per frame and one per run of bytes that form no frame.
 #include <fcntl.h>
+#include <getopt.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -39,40 +40,50 @@ void usage() {
 
 int main(int argc, char** argv) {
     DecodeOptions o;
-    const char* path = nullptr;
-    for (int i = 1; i < argc; ++i) {
-        const std::string a = argv[i];
-        const char* v = i + 1 < argc ? argv[i + 1] : "";
-        if (a == "--format" && i + 1 < argc) {
-            const std::string f = argv[++i];
-            o.format = f == "raw"       ? InputFormat::raw
-                       : f == "hex"     ? InputFormat::hex
-                       : f == "hexdump" ? InputFormat::hexdump
-                       : f == "record"  ? InputFormat::record
+    static const option kOptions[] = {{"format", required_argument, nullptr, 'f'},
+                                      {"from", required_argument, nullptr, 'F'},
+                                      {"summary", no_argument, nullptr, 's'},
+                                      {"quiet", no_argument, nullptr, 'q'},
+                                      {"hex", no_argument, nullptr, 'x'},
+                                      {"help", no_argument, nullptr, 'h'},
+                                      {}};
+    bool bad = false;
+    for (int opt; !bad && (opt = getopt_long(argc, argv, "h", kOptions, nullptr)) != -1;) {
+        const std::string v = optarg != nullptr ? optarg : "";
+        switch (opt) {
+        case 'f':
+            o.format = v == "raw"       ? InputFormat::raw
+                       : v == "hex"     ? InputFormat::hex
+                       : v == "hexdump" ? InputFormat::hexdump
+                       : v == "record"  ? InputFormat::record
                                         : InputFormat::detect;
-            if (o.format == InputFormat::detect) {
-                usage();
-                return DECODE_USAGE;
-            }
-        } else if (a == "--from" &&
-                   (std::strcmp(v, "panel") == 0 || std::strcmp(v, "program") == 0)) {
-            o.from = std::strcmp(argv[++i], "panel") == 0 ? Dir::panel : Dir::program;
-        } else if (a == "--summary") {
+            bad = o.format == InputFormat::detect;
+            break;
+        case 'F':
+            o.from = v == "panel" ? Dir::panel : Dir::program;
+            bad = v != "panel" && v != "program";
+            break;
+        case 's':
             o.summary = true;
-        } else if (a == "--quiet") {
+            break;
+        case 'q':
             o.frames = false;
-        } else if (a == "--hex") {
+            break;
+        case 'x':
             o.show_hex = true;
-        } else if (a == "-h" || a == "--help") {
+            break;
+        case 'h':
             usage();
             return 0;
-        } else if (path == nullptr && (a == "-" || a[0] != '-')) {
-            path = argv[i];
-        } else {
-            usage();
-            return DECODE_USAGE;
+        default:
+            bad = true;
         }
     }
+    if (bad || argc - optind > 1) {
+        usage();
+        return DECODE_USAGE;
+    }
+    const char* path = optind < argc ? argv[optind] : nullptr;
     int fd = STDIN_FILENO;
     if (path != nullptr && std::strcmp(path, "-") != 0) {
         fd = open(path, O_RDONLY | O_CLOEXEC);

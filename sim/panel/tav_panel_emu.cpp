@@ -158,19 +158,10 @@ struct PanelEmulator::Impl {
         log_line("->", describe_sent(bytes));
     }
 
+    // Bytes the panel sent: one frame in words with its bytes, or raw bytes.
     static std::string describe_sent(const std::vector<uint8_t>& b) {
-        if (b.size() == 10 && b[3] == 5 && b[4] == 7) {
-            const uint32_t mask = mask_of(b.data() + 5);
-            std::string k = "?";
-            for (int i = 0; i < 32; ++i) {
-                if (mask == (uint32_t{1} << i)) {
-                    k = key_name(i);
-                }
-            }
-            return (mask == 0 ? std::string("release") : "key " + k) + "  " + hex(b);
-        }
-        if (b.size() == 11 && b[3] == 6 && b[4] == 0) {
-            return "version " + hex(b);
+        if (tav_com_classify(b) != TAV_COM_KIND_MALFORMED) {
+            return describe(b) + "  " + hex(b);
         }
         return "raw " + hex(b);
     }
@@ -182,8 +173,8 @@ struct PanelEmulator::Impl {
         for (size_t i = fr.size() - fresh; i < fr.size(); ++i) {
             log_line("<-", describe(fr[i].bytes));
             const FrameKind k = fr[i].kind;
-            if (k == FrameKind::error_reply || k == FrameKind::unknown ||
-                k == FrameKind::malformed) {
+            if (k == TAV_COM_KIND_ERROR_REPLY || k == TAV_COM_KIND_UNKNOWN ||
+                k == TAV_COM_KIND_MALFORMED) {
                 problem = describe(fr[i].bytes);
             }
         }

@@ -15,6 +15,7 @@
 // SIGUSR1 (any mode), the key p (terminal) or drop-port / restore-port
 // (script): the line vanishes and comes back.
 #include <fcntl.h>
+#include <getopt.h>
 #include <poll.h>
 #include <signal.h>
 #include <termios.h>
@@ -429,54 +430,73 @@ int main(int argc, char** argv) {
     bool serve = false;
     std::string replay_path;
     ReplayOptions ro;
-    for (int i = 1; i < argc; ++i) {
-        const std::string a = argv[i];
-        const bool has_value = i + 1 < argc;
-        if (a == "--root" && has_value) {
-            o.root = argv[++i];
-        } else if (a == "--device" && has_value) {
-            o.device = argv[++i];
-        } else if (a == "--silent") {
+    static const option kOptions[] = {{"root", required_argument, nullptr, 'r'},
+                                      {"device", required_argument, nullptr, 'd'},
+                                      {"silent", no_argument, nullptr, 's'},
+                                      {"firmware", required_argument, nullptr, 'f'},
+                                      {"log", required_argument, nullptr, 'l'},
+                                      {"hold-ms", required_argument, nullptr, 'H'},
+                                      {"baud", required_argument, nullptr, 'b'},
+                                      {"serve", no_argument, nullptr, 'S'},
+                                      {"record", required_argument, nullptr, 'R'},
+                                      {"replay", required_argument, nullptr, 'p'},
+                                      {"speed", required_argument, nullptr, 'x'},
+                                      {"expect", no_argument, nullptr, 'e'},
+                                      {}};
+    unsigned mj = 0, mn = 0, bd = 0;
+    bool bad = false;
+    for (int opt; !bad && (opt = getopt_long(argc, argv, "", kOptions, nullptr)) != -1;) {
+        switch (opt) {
+        case 'r':
+            o.root = optarg;
+            break;
+        case 'd':
+            o.device = optarg;
+            break;
+        case 's':
             o.answer_handshake = false;
-        } else if (a == "--firmware" && has_value) {
-            unsigned mj = 0, mn = 0, bd = 0;
-            if (sscanf(argv[++i], "%u.%u.%u", &mj, &mn, &bd) != 3 || mj > 255 || mn > 255 ||
-                bd > 65535) {
-                usage();
-                return 2;
-            }
+            break;
+        case 'f':
+            bad = sscanf(optarg, "%u.%u.%u", &mj, &mn, &bd) != 3 || mj > 255 || mn > 255 ||
+                  bd > 65535;
             o.fw_main = static_cast<uint8_t>(mj);
             o.fw_minor = static_cast<uint8_t>(mn);
             o.fw_build_hi = static_cast<uint8_t>(bd >> 8);
             o.fw_build_lo = static_cast<uint8_t>(bd & 0xFF);
-        } else if (a == "--log" && has_value) {
-            o.log_path = argv[++i];
-        } else if (a == "--hold-ms" && has_value) {
-            o.hold_ms = atoi(argv[++i]);
-        } else if (a == "--baud" && has_value) {
-            o.baud = atoi(argv[++i]);
-            if (o.baud < 0 || o.baud > 4000000) {
-                usage();
-                return 2;
-            }
-        } else if (a == "--serve") {
+            break;
+        case 'l':
+            o.log_path = optarg;
+            break;
+        case 'H':
+            o.hold_ms = atoi(optarg);
+            break;
+        case 'b':
+            o.baud = atoi(optarg);
+            bad = o.baud < 0 || o.baud > 4000000;
+            break;
+        case 'S':
             serve = true;
-        } else if (a == "--record" && has_value) {
-            o.record_path = argv[++i];
-        } else if (a == "--replay" && has_value) {
-            replay_path = argv[++i];
-        } else if (a == "--speed" && has_value) {
-            ro.speed = atof(argv[++i]);
-            if (!(ro.speed > 0 && ro.speed <= 1000)) {
-                usage();
-                return 2;
-            }
-        } else if (a == "--expect") {
+            break;
+        case 'R':
+            o.record_path = optarg;
+            break;
+        case 'p':
+            replay_path = optarg;
+            break;
+        case 'x':
+            ro.speed = atof(optarg);
+            bad = !(ro.speed > 0 && ro.speed <= 1000);
+            break;
+        case 'e':
             ro.expect = true;
-        } else {
-            usage();
-            return 2;
+            break;
+        default:
+            bad = true;
         }
+    }
+    if (bad || optind < argc) {
+        usage();
+        return 2;
     }
     if ((o.root.empty() && o.device.empty()) || (serve && !replay_path.empty())) {
         usage();

@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "tav_com_parser.h"
+#include "tav_com_protocol.h"
 
 namespace tavpanel {
 
@@ -24,15 +24,18 @@ enum Key : int {
     KEY_MENU = 15,
     KEY_LOCK = 16,
 };
-constexpr int KEY_COUNT = 17;
-// The LED that belongs to no key (on together with the LCD).
-constexpr int LED_LCD = 31;
+constexpr int KEY_COUNT = TAV_COM_KEY_COUNT;
+constexpr int LED_LCD = TAV_COM_LED_LCD;
 
-constexpr int LCD_LINES = 2;
-constexpr int LCD_COLS = 40;
+constexpr int LCD_LINES = TAV_COM_LCD_LINES;
+constexpr int LCD_COLS = TAV_COM_TEXT_MAX;
 
-// Short name of a key ("0".."9", "LEFT", ...); "?" for anything else.
-const char* key_name(int key);
+// Key names, masks, hex and the one frame describer come from the protocol.
+inline constexpr auto& describe = tav_com_describe;
+inline constexpr auto& hex = tav_com_hex;
+inline constexpr auto& key_name = tav_com_key_name;
+inline constexpr auto& mask_names = tav_com_mask_names;
+inline constexpr auto& mask_of = tav_com_mask_of;
 
 // What the program's frames have left on the panel.
 struct PanelState {
@@ -45,33 +48,21 @@ struct PanelState {
     int blink_cycle = 0;
 };
 
-// How a complete frame from the program was understood.
-enum class FrameKind {
-    led_steady,  // sub-command 1
-    led_blink,   // sub-command 2
-    blink_cycle, // sub-command 3
-    lcd_text,    // sub-command 4
-    cursor,      // sub-command 5
-    key_enable,  // sub-command 6
-    handshake,   // EB 5F 21 02 00 00 0F
-    error_reply, // EB 5F order 01 code A5
-    unknown,     // well-formed, but not a command the panel knows
-    malformed,   // known command with a wrong length, bad check byte or out-of-range field
-};
-const char* kind_name(FrameKind kind);
+// How a complete frame was understood.
+using FrameKind = TAV_COM_KIND;
 
 // One complete frame from the program, as bytes, with its arrival time.
 struct Frame {
     double t = 0;               // seconds since the model was created
     std::vector<uint8_t> bytes; // head to check byte
-    FrameKind kind = FrameKind::unknown;
+    FrameKind kind = TAV_COM_KIND_UNKNOWN;
 };
 
 // Stream decoder for program-to-panel frames, on the program's own frame
-// parser (tav_com_parser.h). Frames may be split over any number of feed()
+// parser (tav_com_protocol.h). Frames may be split over any number of feed()
 // calls. The frame length comes from the length byte (the program does not
-// escape payload bytes, so a text may hold 0xEB); bytes that form no frame
-// are counted as garbage and skipped up to the next 0xEB.
+// escape payload bytes, so a text may hold the head byte); bytes that form no
+// frame are counted as garbage and skipped up to the next head byte.
 class PanelModel {
   public:
     PanelModel();
@@ -93,9 +84,9 @@ class PanelModel {
     size_t malformed_frames() const { return malformed_; }
     // Bytes skipped outside any frame.
     size_t garbage_bytes() const { return garbage_; }
-    // Handshakes (EB 5F 21 02 00 00 0F) seen.
+    // Handshakes seen.
     size_t handshakes() const { return handshakes_; }
-    // Error replies (EB 5F order 01 code A5) seen.
+    // Error replies seen.
     size_t error_replies() const { return error_replies_; }
     // A freshly powered panel: blank LCD, LEDs off, no partial frame. The
     // counters and the frames seen are kept.
@@ -124,21 +115,12 @@ class PanelModel {
     double t0_ = 0;
 };
 
-// One line describing a frame for logs and the status line, e.g.
-// "lcd_text line 0 col 0 \"Hello\"" or "unknown EB 5F 22 ...".
-std::string describe(const std::vector<uint8_t>& frame);
-
-// Frames the panel sends. The check byte is 0x0F unless given.
-std::vector<uint8_t> key_frame(int key, uint8_t check = 0x0F);
-std::vector<uint8_t> mask_frame(uint32_t mask, uint8_t check = 0x0F); // key report with any mask
-std::vector<uint8_t> release_frame(uint8_t check = 0x0F);
+// Frames the panel sends, with the usual check byte unless given.
+std::vector<uint8_t> key_frame(int key, uint8_t check = TAV_COM_CHECK_BYTE);
+// Key report with any mask.
+std::vector<uint8_t> mask_frame(uint32_t mask, uint8_t check = TAV_COM_CHECK_BYTE);
+std::vector<uint8_t> release_frame(uint8_t check = TAV_COM_CHECK_BYTE);
 std::vector<uint8_t> version_frame(uint8_t main, uint8_t minor, uint8_t build_hi, uint8_t build_lo,
-                                   uint8_t check = 0x0F);
-
-// Human-readable hex ("EB 5F 21 ...").
-std::string hex(const std::vector<uint8_t>& bytes);
-
-// 4 mask bytes, most significant first, as a 32-bit mask.
-uint32_t mask_of(const uint8_t* bytes);
+                                   uint8_t check = TAV_COM_CHECK_BYTE);
 
 } // namespace tavpanel

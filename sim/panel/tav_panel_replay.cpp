@@ -12,7 +12,7 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 bool is_key_frame(const TAV_COM_STRUCT& r) {
-    return r.com_order == 0x21 && r.com_buf[0] == 0x07;
+    return r.com_order == TAV_COM_ORDER_BYTE && r.com_buf[0] == TAV_COM_SUB_KEY;
 }
 
 std::vector<uint8_t> frame_of(const TAV_COM_STRUCT& r) {
@@ -94,8 +94,8 @@ ReplayPlan plan_replay(const std::vector<RecordLine>& lines) {
             if (is_key_frame(rec)) {
                 close_step();
                 plan.steps.push_back({l.t, frame_of(rec), {}, 0});
-            } else if (rec.com_order == 0x21 && rec.com_buf[0] == 0x00 && rec.com_len == 6 &&
-                       program.handshakes() > 0) {
+            } else if (program.handshakes() > 0 &&
+                       tav_com_classify(frame_of(rec)) == TAV_COM_KIND_VERSION) {
                 // The answer to the latest handshake.
                 plan.handshake_answers.resize(program.handshakes());
                 if (plan.handshake_answers.back().empty()) {
@@ -141,7 +141,7 @@ int replay(PanelEmulator& emu, const ReplayPlan& plan, const ReplayOptions& opts
         emu.send_raw(s.frame);
         last = Clock::now();
         prev_t = s.t;
-        const std::string what = frame_meaning(s.frame);
+        const std::string what = describe(s.frame);
         if (!opts.expect) {
             std::fprintf(out, "%11.6f %s\n", s.t, what.c_str());
             continue;

@@ -7,15 +7,11 @@
 #include <mutex>
 
 #include "tav_baseportcontrol.h"
+#include "tav_com_protocol.h"
 
 namespace {
 
-constexpr uint8_t TAV_SUB_LED_ON = 1;
-constexpr uint8_t TAV_SUB_LED_BLINK = 2;
-constexpr uint8_t TAV_SUB_BLINK_CYCLE = 3;
-constexpr uint8_t TAV_SUB_KEY_ENABLE = 6;
 constexpr int TAV_MASK_MAX_ID = 31;
-constexpr uint8_t TAV_BLINK_CYCLE_MAX = 20;
 
 void mask_set(uint8_t mask[4], int n) {
     mask[3 - n / 8] = static_cast<uint8_t>(mask[3 - n / 8] | (1u << (n % 8)));
@@ -63,60 +59,56 @@ void tav_display_set_led(uint8_t cmd_id, uint8_t* ucledstatus) {
     }
     std::lock_guard<std::mutex> lk(tav_port_tx_mutex());
     memset(buffer, 0, sizeof buffer);
-    const uint8_t head[] = {0xEB, 0x5F, 0x21, 0x05, cmd_id};
-    memcpy(buffer, head, sizeof head);
-    memcpy(buffer + 5, ucledstatus, 4);
-    buffer[9] = 0x0F;
-    tav_port_write_locked(buffer, 10);
+    uint8_t* const frame = reinterpret_cast<uint8_t*>(buffer);
+    tav_port_write_locked(frame, tav_com_mask_frame(frame, cmd_id, ucledstatus));
 }
 
 uint8_t tav_display_led_mutil_on(uint8_t* ucwhichled, uint8_t ledlength) {
-    return send_list(TAV_SUB_LED_ON, ucwhichled, ledlength);
+    return send_list(TAV_COM_SUB_LED_ON, ucwhichled, ledlength);
 }
 uint8_t tav_display_led_sigle_on(int32_t led_id) {
-    return send_single(TAV_SUB_LED_ON, led_id);
+    return send_single(TAV_COM_SUB_LED_ON, led_id);
 }
 uint8_t tav_display_led_all_on(void) {
-    return send_fill(TAV_SUB_LED_ON, 0xFF);
+    return send_fill(TAV_COM_SUB_LED_ON, 0xFF);
 }
 uint8_t tav_display_led_all_off(void) {
-    return send_fill(TAV_SUB_LED_ON, 0x00);
+    return send_fill(TAV_COM_SUB_LED_ON, 0x00);
 }
 
 uint8_t tav_display_led_blink_mutil_on(uint8_t* ucwhichled, uint8_t ledlength) {
-    return send_list(TAV_SUB_LED_BLINK, ucwhichled, ledlength);
+    return send_list(TAV_COM_SUB_LED_BLINK, ucwhichled, ledlength);
 }
 uint8_t tav_display_led_blink_sigle_on(int led_id) {
-    return send_single(TAV_SUB_LED_BLINK, led_id);
+    return send_single(TAV_COM_SUB_LED_BLINK, led_id);
 }
 uint8_t tav_display_led_blink_all_on(void) {
-    return send_fill(TAV_SUB_LED_BLINK, 0xFF);
+    return send_fill(TAV_COM_SUB_LED_BLINK, 0xFF);
 }
 uint8_t tav_display_led_blink_all_off(void) {
-    return send_fill(TAV_SUB_LED_BLINK, 0x00);
+    return send_fill(TAV_COM_SUB_LED_BLINK, 0x00);
 }
 
 uint8_t tav_display_led_blink_cycle(uint8_t uccycle) {
-    if (uartfid.load() < 0 || uccycle == 0 || uccycle > TAV_BLINK_CYCLE_MAX) {
+    if (uartfid.load() < 0 || uccycle == 0 || uccycle > TAV_COM_BLINK_CYCLE_MAX) {
         return 1;
     }
     std::lock_guard<std::mutex> lk(tav_port_tx_mutex());
     memset(buffer, 0, sizeof buffer);
-    const uint8_t frame[] = {0xEB, 0x5F, 0x21, 0x03, TAV_SUB_BLINK_CYCLE, 0x01, uccycle, 0x0F};
-    memcpy(buffer, frame, sizeof frame);
-    tav_port_write_locked(buffer, sizeof frame);
+    uint8_t* const frame = reinterpret_cast<uint8_t*>(buffer);
+    tav_port_write_locked(frame, tav_com_blink_cycle_frame(frame, uccycle));
     return 0;
 }
 
 uint8_t tav_display_key_mutil_enbale(uint8_t* ucwhichkey, uint8_t length) {
-    return send_list(TAV_SUB_KEY_ENABLE, ucwhichkey, length);
+    return send_list(TAV_COM_SUB_KEY_ENABLE, ucwhichkey, length);
 }
 uint8_t tav_display_key_sigle_enable(int key_id) {
-    return send_single(TAV_SUB_KEY_ENABLE, key_id);
+    return send_single(TAV_COM_SUB_KEY_ENABLE, key_id);
 }
 uint8_t tav_display_key_all_enable(void) {
-    return send_fill(TAV_SUB_KEY_ENABLE, 0xFF);
+    return send_fill(TAV_COM_SUB_KEY_ENABLE, 0xFF);
 }
 uint8_t tav_display_key_all_disable(void) {
-    return send_fill(TAV_SUB_KEY_ENABLE, 0x00);
+    return send_fill(TAV_COM_SUB_KEY_ENABLE, 0x00);
 }

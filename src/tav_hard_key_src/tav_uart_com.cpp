@@ -1,38 +1,27 @@
 // Panel frame parser, key decoding, error reply and handshake.
 //
-// Frame: EB 5F order length data... check. The byte state machine
-// (tav_com_parser.h) restarts on every 0xEB and keeps its state in `com`, so
-// frames may be split over reads.
+// The byte state machine (tav_com_protocol.h) restarts on every head byte and
+// keeps its state in `com`, so frames may be split over reads.
 #include "tav_uart_com.h"
 
 #include <cstring>
 #include <mutex>
 
 #include "tav_baseportcontrol.h"
-#include "tav_com_parser.h"
+#include "tav_com_protocol.h"
 
 TAV_COM_STRUCT com;
 
 namespace {
 
-constexpr uint8_t TAV_COM_HEAD = 0xEB;
-constexpr uint8_t TAV_COM_ADDR = 0x5F;
-constexpr uint8_t TAV_COM_ORDER = 0x21;
-constexpr uint8_t TAV_COM_CHECK = 0x0F;
-constexpr uint8_t TAV_COM_ERR_CHECK = 0xA5;
-constexpr uint8_t TAV_COM_ERR_CODE = 0xF7;
-
-constexpr uint8_t TAV_SUB_VERSION = 0x00;
-constexpr uint8_t TAV_SUB_KEY = 0x07;
-constexpr uint8_t TAV_VERSION_LEN = 6;
 constexpr int TAV_KEY_BITS = 17;
 
-// Writes a frame built in the shared transmit buffer.
-void send_fixed_frame(const uint8_t* bytes, int len) {
+// Writes a frame that `build` makes in the shared transmit buffer.
+template <class Build> void send_fixed_frame(Build build) {
     std::lock_guard<std::mutex> lk(tav_port_tx_mutex());
     memset(buffer, 0, sizeof buffer);
-    memcpy(buffer, bytes, static_cast<size_t>(len));
-    tav_port_write_locked(buffer, len);
+    uint8_t* const frame = reinterpret_cast<uint8_t*>(buffer);
+    tav_port_write_locked(frame, build(frame));
 }
 
 } // namespace
@@ -60,7 +49,7 @@ void tav_analyze_data(uint8_t* buf, uint8_t len) {
 }
 
 void tav_porg_a_format(TAV_COM_STRUCT* com_data) {
-    if (com_data != nullptr && com_data->com_order == TAV_COM_ORDER) {
+    if (com_data != nullptr && com_data->com_order == TAV_COM_ORDER_BYTE) {
         tav_a_format_sub21(com_data);
     }
 }
@@ -71,15 +60,15 @@ void tav_a_format_sub21(TAV_COM_STRUCT* com_data) {
     }
     const uint8_t* d = com_data->com_buf;
     switch (d[0]) {
-    case TAV_SUB_VERSION:
-        if (com_data->com_len != TAV_VERSION_LEN) {
+    case TAV_COM_SUB_VERSION:
+        if (com_data->com_len != 1 + TAV_COM_VERSION_LEN) {
             tav_back_err(0, TAV_COM_ERR_CODE);
             break;
         }
         key_hard_ver.store(TAV_HARD_KEY_VER{d[2], d[3], static_cast<uint8_t>(d[4] | d[5])});
         tav_sethardkey_event(TAV_EVENT_HARDVER);
         break;
-    case TAV_SUB_KEY: {
+    case TAV_COM_SUB_KEY: {
         // The mask, most significant byte first; bytes past the length are 0.
         const uint32_t mask = (static_cast<uint32_t>(d[1]) << 24) |
                               (static_cast<uint32_t>(d[2]) << 16) |
@@ -114,12 +103,9 @@ void tav_setkey(TAV_KEY_ENUM keyval) {
 }
 
 void tav_back_err(uint8_t order, uint8_t code) {
-    const uint8_t frame[] = {TAV_COM_HEAD, TAV_COM_ADDR, order, 0x01, code, TAV_COM_ERR_CHECK};
-    send_fixed_frame(frame, sizeof frame);
+    send_fixed_frame([&](uint8_t* f) { return tav_com_error_frame(f, order, code); });
 }
 
 void tav_sys_hardmint(void) {
-    const uint8_t frame[] = {TAV_COM_HEAD,    TAV_COM_ADDR, TAV_COM_ORDER, 0x02,
-                             TAV_SUB_VERSION, 0x00,         TAV_COM_CHECK};
-    send_fixed_frame(frame, sizeof frame);
+    send_fixed_frame(tav_com_handshake_frame);
 }

@@ -3,7 +3,7 @@
 
 #include <cstdint>
 
-#include "tav_menu_video.h"
+#include "tav_menu_av_switch.h"
 
 void tav_audio_init(void);
 void tav_audio_clear(void);
@@ -18,5 +18,5 @@ void tav_audio_switch_display(void);
 void tav_audio_switch_3S_timeout(void);
 void tav_config_audio_switch(void);
 
-// Read-only view of the module state (TAV_AV_SWITCH_STATE: tav_menu_video.h).
+// A copy of the module state, for the tests and diagnostics.
 TAV_AV_SWITCH_STATE tav_audio_get_state(void);

@@ -12,9 +12,9 @@
 
 namespace {
 
-constexpr uint8_t k_no_notice = 0;
-constexpr uint8_t k_inserted = 1;
-constexpr uint8_t k_pulled_out = 2;
+constexpr uint8_t kNoNotice = 0;
+constexpr uint8_t kInserted = 1;
+constexpr uint8_t kPulledOut = 2;
 
 uint8_t card_status;
 uint8_t new_slot;
@@ -24,35 +24,15 @@ struct NoticeRows {
     uint8_t bottom;
 };
 // Indexed by card_status - 1.
-constexpr NoticeRows k_notice_rows[] = {
+constexpr NoticeRows kNoticeRows[] = {
     {13, 14}, // "Slot XX Has a Card Insert" / "Please wait it for Initialization"
     {15, 4},  // "Card XX Pull out" / "PLEASE WAIT......"
 };
 
-bool is_x(int8_t c) {
-    return c == 'X' || c == 'x';
-}
-
 } // namespace
 
-bool tav_menu_put_slot_number(int8_t* line, uint8_t slot) {
-    for (int p = 0; p + 1 < TAV_MENU_COLS; ++p) {
-        if (is_x(line[p]) && is_x(line[p + 1])) {
-            if (slot >= 100) {
-                line[p] = '-';
-                line[p + 1] = '-';
-            } else {
-                line[p] = static_cast<int8_t>('0' + slot / 10);
-                line[p + 1] = static_cast<int8_t>('0' + slot % 10);
-            }
-            return true;
-        }
-    }
-    return false;
-}
-
 void tav_menu_card_plug_init(void) {
-    card_status = k_no_notice;
+    card_status = kNoNotice;
     new_slot = 0;
 }
 
@@ -64,17 +44,17 @@ void tav_menu_card_plug_set_status(uint8_t slot_id, uint8_t status) {
 }
 
 void tav_menu_card_plug_clear(void) {
-    card_status = k_no_notice;
+    card_status = kNoNotice;
     new_slot = 0;
     tav_menu_update(g_tav_lock ? menu_lock : menu_vid_display);
 }
 
 void tav_menu_card_plug_display(void) {
-    if (card_status != k_inserted && card_status != k_pulled_out) {
+    if (card_status != kInserted && card_status != kPulledOut) {
         tav_menu_update(menu_vid_display);
         return;
     }
-    const NoticeRows& rows = k_notice_rows[card_status - 1];
+    const NoticeRows& rows = kNoticeRows[card_status - 1];
     tav_menu_get_spcstr(displaybuf, rows.top);
     tav_menu_put_slot_number(displaybuf, new_slot);
     tav_display_string(0, 0, displaybuf, TAV_MENU_COLS);

@@ -11,9 +11,3 @@ void tav_menu_card_plug_display(void);
 // Kind of the notice on show: 0 none, 1 inserted, 2 pulled out.
 uint8_t tav_menu_card_plug_get_status(void);
 uint8_t tav_menu_card_plug_get_slot(void);
-
-// Writes `slot` as two digits into the first "XX" pair (either case) of a
-// 40-column line; returns false when the line has no such pair and leaves it
-// unchanged. A slot of 100 or more does not fit and is shown as "--".
-// Shared with the update display.
-bool tav_menu_put_slot_number(int8_t* line, uint8_t slot);

@@ -78,46 +78,107 @@ void run_wait_hook(void) {
     }
 }
 
-// Work and display handler of one menu state; null = nothing to do.
-struct MenuHandlers {
-    tav_menu_handler_fn work;
-    tav_menu_handler_fn display;
-};
-
 void tav_menu_lock_redraw(void) {
     tav_update_to_lock(0);
 }
 
-// Indexed by TAV_ENUM_MENUSTATUS.
-const MenuHandlers kMenuTable[] = {
-    /* menu_spc             */ {nullptr, nullptr},
-    /* menu_hot_plug        */ {nullptr, tav_menu_card_plug_display},
-    /* menu_vid_display     */ {tav_video, tav_video_display},
-    /* meun_vid_io_display  */ {tav_video_io, tav_video_io_display},
-    /* menu_vid_switch      */ {tav_video_switch, tav_video_switch_display},
-    /* menu_aud_display     */ {tav_audio, tav_audio_display},
-    /* meun_aud_io_display  */ {tav_audio_io, tav_audio_io_display},
-    /* menu_aud_switch      */ {tav_audio_switch, tav_audio_switch_display},
-    /* menu_shortcut        */ {tav_menu_sel, tav_menu_sel_display},
-    /* menu_switch_all      */ {tav_menu_sel_av_swall, tav_menu_sel_av_swall_display},
-    /* menu_switch_vid_all  */ {tav_menu_switch_all, tav_menu_switch_all_display},
-    /* menu_switch_aud_all  */ {tav_menu_switch_all, tav_menu_switch_all_display},
-    /* menu_edid_switch     */ {tav_edid, tav_edid_display},
-    /* menu_eth_select      */ {tav_eth_sec, tav_eth_sec_display},
-    /* menu_eth_display     */ {tav_eth_dis, tav_eth_dis_display},
-    /* menu_eth_ip          */ {tav_eth_ip, tav_eth_ip_display},
-    /* menu_eth_mac         */ {tav_eth_mac, tav_eth_mac_display},
-    /* menu_eth_gate        */ {tav_eth_gate, tav_eth_gate_display},
-    /* menu_eth_mask        */ {tav_eth_mask, tav_eth_mask_display},
-    /* menu_reset           */ {tav_menu_reset, tav_menu_reset_display},
-    /* menu_display_version */ {tav_version_sec, tav_version_display},
-    /* menu_update          */ {tav_menu_updating, tav_menu_updating_display},
-    /* menu_lock            */ {nullptr, tav_menu_lock_redraw},
+// Where the leave keys of a menu lead; kStay: the key is the menu's own
+// (paging, a step back, or nothing) and goes to its work handler.
+constexpr TAV_ENUM_MENUSTATUS kStay = TAV_MENU_STAY;
+struct LeaveKeys {
+    TAV_ENUM_MENUSTATUS menu, left, brk, lock, dflt;
 };
+constexpr LeaveKeys kNoLeave = {kStay, kStay, kStay, kStay, kStay};
+// The cycle's next menu with MENU; LOCK and BREAK home; DEFAULT to reset.
+constexpr LeaveKeys cycle(TAV_ENUM_MENUSTATUS next) {
+    return {next, kStay, menu_vid_display, menu_vid_display, menu_reset};
+}
+
+// Seconds since the last key (count_10s) on which the one-second tick calls
+// a menu's handler; the handler also ends its timed message when a leave key
+// is pressed before then.
+struct TickWindow {
+    uint8_t first;
+    uint8_t last;
+    tav_menu_handler_fn TAV_MENU_TICK_HANDLERS::*handler;
+};
+constexpr TickWindow kNoTick = {0, 0, nullptr};
+constexpr TickWindow kRefusal3s(tav_menu_handler_fn TAV_MENU_TICK_HANDLERS::*handler) {
+    return {3, 9, handler};
+}
+
+// One menu state: its key and display handlers, where its leave keys lead,
+// what leaving it with MENU, LOCK or BREAK resets (LEFT goes back a level and
+// DEFAULT opens the reset menu, both keeping the menu's state), what entering
+// it through a leave key prepares, and its tick window. Null: nothing.
+struct MenuRow {
+    tav_menu_handler_fn work;
+    tav_menu_handler_fn display;
+    LeaveKeys leave;
+    tav_menu_handler_fn on_leave;
+    tav_menu_handler_fn on_enter;
+    TickWindow tick;
+};
+
+void clear_edid(void) {
+    tav_menu_edid_clear(true);
+}
+
+using TH = TAV_MENU_TICK_HANDLERS;
+constexpr auto VD = menu_vid_display;
+
+// Indexed by TAV_ENUM_MENUSTATUS. Leave keys: MENU, LEFT, BREAK, LOCK, DEFAULT.
+// clang-format off
+const MenuRow kMenuTable[] = {
+    /* menu_spc             */ {nullptr, nullptr, kNoLeave, nullptr, nullptr, kNoTick},
+    /* menu_hot_plug        */ {nullptr, tav_menu_card_plug_display, kNoLeave, nullptr, nullptr, kNoTick},
+    /* menu_vid_display     */ {tav_video, tav_video_display,
+                                {meun_vid_io_display, kStay, kStay, VD, menu_reset}, nullptr, nullptr, kNoTick},
+    /* meun_vid_io_display  */ {tav_video_io, tav_video_io_display,
+                                cycle(menu_aud_display), nullptr, tav_video_reinit, kNoTick},
+    /* menu_vid_switch      */ {tav_video_switch, tav_video_switch_display,
+                                cycle(menu_aud_display), nullptr, nullptr, kRefusal3s(&TH::video_switch_3s)},
+    /* menu_aud_display     */ {tav_audio, tav_audio_display,
+                                cycle(meun_aud_io_display), nullptr, nullptr, kNoTick},
+    /* meun_aud_io_display  */ {tav_audio_io, tav_audio_io_display,
+                                cycle(menu_shortcut), nullptr, tav_audio_reinit, kNoTick},
+    /* menu_aud_switch      */ {tav_audio_switch, tav_audio_switch_display,
+                                cycle(menu_shortcut), nullptr, nullptr, kRefusal3s(&TH::audio_switch_3s)},
+    /* menu_shortcut        */ {tav_menu_sel, tav_menu_sel_display,
+                                cycle(menu_eth_select), clear_edid, nullptr, kNoTick},
+    /* menu_switch_all      */ {tav_menu_sel_av_swall, tav_menu_sel_av_swall_display,
+                                {menu_eth_select, menu_shortcut, VD, VD, menu_reset}, clear_edid, nullptr, kNoTick},
+    /* menu_switch_vid_all  */ {tav_menu_switch_all, tav_menu_switch_all_display,
+                                cycle(menu_eth_select), clear_edid, nullptr, kRefusal3s(&TH::switch_all_3s)},
+    /* menu_switch_aud_all  */ {tav_menu_switch_all, tav_menu_switch_all_display,
+                                cycle(menu_eth_select), clear_edid, nullptr, kRefusal3s(&TH::switch_all_3s)},
+    /* menu_edid_switch     */ {tav_edid, tav_edid_display,
+                                cycle(menu_eth_select), clear_edid, nullptr, {6, 8, &TH::edid_err}},
+    /* menu_eth_select      */ {tav_eth_sec, tav_eth_sec_display,
+                                cycle(menu_reset), nullptr, nullptr, kNoTick},
+    /* menu_eth_display     */ {tav_eth_dis, tav_eth_dis_display,
+                                {menu_reset, menu_eth_select, VD, VD, menu_reset}, nullptr, nullptr, kNoTick},
+    /* menu_eth_ip          */ {tav_eth_ip, tav_eth_ip_display,
+                                {menu_reset, menu_eth_display, VD, VD, menu_reset}, nullptr, nullptr, kNoTick},
+    /* menu_eth_mac         */ {tav_eth_mac, tav_eth_mac_display,
+                                {menu_reset, menu_eth_display, VD, VD, menu_reset}, nullptr, nullptr, kNoTick},
+    /* menu_eth_gate        */ {tav_eth_gate, tav_eth_gate_display,
+                                {menu_reset, menu_eth_display, VD, VD, menu_reset}, nullptr, nullptr, kNoTick},
+    /* menu_eth_mask        */ {tav_eth_mask, tav_eth_mask_display,
+                                {menu_reset, menu_eth_display, VD, VD, menu_reset}, nullptr, nullptr, kNoTick},
+    /* menu_reset           */ {tav_menu_reset, tav_menu_reset_display,
+                                {menu_display_version, kStay, VD, VD, kStay}, tav_menu_reset_clear,
+                                tav_menu_reset_clear, kNoTick},
+    /* menu_display_version */ {tav_version_sec, tav_version_display,
+                                cycle(VD), nullptr, tav_version_refreash, kNoTick},
+    /* menu_update          */ {tav_menu_updating, tav_menu_updating_display, kNoLeave, nullptr, nullptr, kNoTick},
+    /* menu_lock            */ {nullptr, tav_menu_lock_redraw, kNoLeave, nullptr, nullptr, kNoTick},
+};
+// clang-format on
 static_assert(sizeof kMenuTable / sizeof kMenuTable[0] == menu_lock + 1,
               "one entry per menu state");
 
-const MenuHandlers* menu_handlers(TAV_ENUM_MENUSTATUS menu) {
+const MenuRow* menu_row(TAV_ENUM_MENUSTATUS menu) {
     int32_t m = static_cast<int32_t>(menu);
     if (m < 0 || m > menu_lock) {
         return nullptr;
@@ -131,22 +192,38 @@ const TAV_MENU_TICK_HANDLERS kDefaultTickHandlers = {tav_video_switch_3S_timeout
                                                      tav_menu_swall_handle_3s, tav_edid_handle_err};
 TAV_MENU_TICK_HANDLERS g_tick = kDefaultTickHandlers;
 
-struct TickRule {
-    TAV_ENUM_MENUSTATUS menu;
-    uint8_t first;
-    uint8_t last;
-    tav_menu_handler_fn TAV_MENU_TICK_HANDLERS::*handler;
-};
+TAV_ENUM_MENUSTATUS leave_target(const MenuRow& row, uint16_t press) {
+    switch (press) {
+    case TAV_PRESS_MENU:
+        return row.leave.menu;
+    case TAV_PRESS_LEFT:
+        return row.leave.left;
+    case TAV_PRESS_BREAK:
+        return row.leave.brk;
+    case TAV_PRESS_LOCK:
+        return row.leave.lock;
+    case TAV_PRESS_DEFAULT:
+        return row.leave.dflt;
+    default:
+        return kStay;
+    }
+}
 
-// In this order: the 3-s refusals of the number entries, then the EDID
-// message period.
-const TickRule kTickRules[] = {
-    {menu_vid_switch, 3, 9, &TAV_MENU_TICK_HANDLERS::video_switch_3s},
-    {menu_aud_switch, 3, 9, &TAV_MENU_TICK_HANDLERS::audio_switch_3s},
-    {menu_switch_vid_all, 3, 9, &TAV_MENU_TICK_HANDLERS::switch_all_3s},
-    {menu_switch_aud_all, 3, 9, &TAV_MENU_TICK_HANDLERS::switch_all_3s},
-    {menu_edid_switch, 6, 8, &TAV_MENU_TICK_HANDLERS::edid_err},
-};
+// A leave key: a timed message of the menu (a refusal, an EDID outcome) ends
+// first, as before any other key; then the move and the two hooks.
+void leave(const MenuRow& row, TAV_ENUM_MENUSTATUS to, uint16_t press) {
+    if (row.tick.handler != nullptr) {
+        (kDefaultTickHandlers.*row.tick.handler)();
+    }
+    tav_menu_update(to);
+    if (row.on_leave != nullptr && press != TAV_PRESS_LEFT && press != TAV_PRESS_DEFAULT) {
+        row.on_leave();
+    }
+    const MenuRow* next = menu_row(to);
+    if (next != nullptr && next->on_enter != nullptr) {
+        next->on_enter();
+    }
+}
 
 // Milliseconds from the last timer reset to the pass's start, as an unsigned
 // difference: a wrap of the counter is harmless, and a wall clock set back
@@ -187,7 +264,8 @@ void pass_sleep(std::unique_lock<std::mutex>& lock, uint32_t ms) {
         sleep(ms);
     } else {
         const uint64_t end = tav_btool_mono_ms() + ms;
-        for (uint64_t now = tav_btool_mono_ms(); now < end && !stopping(); now = tav_btool_mono_ms()) {
+        for (uint64_t now = tav_btool_mono_ms(); now < end && !stopping();
+             now = tav_btool_mono_ms()) {
             wait_events(static_cast<uint32_t>(end - now), false);
         }
     }
@@ -223,10 +301,13 @@ uint32_t ms_to_next_second(void) {
 // the pass keeps a short pause (10 ms) and the next pass looks again.
 void pass_wait_attempt(std::unique_lock<std::mutex>& lock, bool answer) {
     constexpr uint32_t kInstalledClockPauseMs = 10;
-    const uint32_t ms = ms_to_next_second();
-    const bool installed = g_sleep.load() != real_sleep;
-    pass_wait(lock, ms == 0 ? 1 : installed && ms > kInstalledClockPauseMs ? kInstalledClockPauseMs : ms,
-              answer);
+    uint32_t ms = ms_to_next_second();
+    if (ms == 0) {
+        ms = 1;
+    } else if (g_sleep.load() != real_sleep && ms > kInstalledClockPauseMs) {
+        ms = kInstalledClockPauseMs;
+    }
+    pass_wait(lock, ms, answer);
 }
 
 void show_rows(uint8_t row0, uint8_t row1) {
@@ -312,9 +393,10 @@ void pass_load_main(std::unique_lock<std::mutex>& lock) {
 void run_tick(void) {
     tav_menu_ctl_cleartime();
     count_10s++;
-    for (const TickRule& r : kTickRules) {
-        tav_menu_handler_fn fn = g_tick.*r.handler;
-        if (g_tav_menu == r.menu && count_10s >= r.first && count_10s <= r.last && fn != nullptr) {
+    const MenuRow* row = menu_row(g_tav_menu);
+    if (row != nullptr && row->tick.handler != nullptr && count_10s >= row->tick.first &&
+        count_10s <= row->tick.last) {
+        if (const tav_menu_handler_fn fn = g_tick.*row->tick.handler) {
             fn();
         }
     }
@@ -539,14 +621,25 @@ void tav_listen_hardkey(void) {
 }
 
 void tav_nomal_work(void) {
-    const MenuHandlers* h = menu_handlers(g_tav_menu);
-    if (h != nullptr && h->work != nullptr) {
+    const MenuRow* h = menu_row(g_tav_menu);
+    if (h == nullptr) {
+        return;
+    }
+    const TAV_ENUM_MENUSTATUS to = leave_target(*h, g_tav_button.press);
+    if (to != kStay) {
+        leave(*h, to, g_tav_button.press);
+    } else if (h->work != nullptr) {
         h->work();
     }
 }
 
+TAV_ENUM_MENUSTATUS tav_menu_ctl_leave_target(TAV_ENUM_MENUSTATUS menu, uint16_t press) {
+    const MenuRow* h = menu_row(menu);
+    return h != nullptr ? leave_target(*h, press) : kStay;
+}
+
 void tav_nomal_display(void) {
-    const MenuHandlers* h = menu_handlers(g_tav_menu);
+    const MenuRow* h = menu_row(g_tav_menu);
     if (h != nullptr && h->display != nullptr) {
         h->display();
     }

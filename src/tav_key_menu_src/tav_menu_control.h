@@ -151,3 +151,8 @@ typedef struct MENU_TICK_HANDLERS {
     tav_menu_handler_fn edid_err;        // menu_edid_switch, seconds 6..8
 } TAV_MENU_TICK_HANDLERS;
 void tav_menu_ctl_set_tick_handlers(const TAV_MENU_TICK_HANDLERS* handlers);
+
+// Where a leave key (press code MENU, LEFT, BREAK, LOCK or DEFAULT) leads
+// from a menu; TAV_MENU_STAY when the key is the menu's own.
+#define TAV_MENU_STAY ((TAV_ENUM_MENUSTATUS)-1)
+TAV_ENUM_MENUSTATUS tav_menu_ctl_leave_target(TAV_ENUM_MENUSTATUS menu, uint16_t press);

@@ -15,7 +15,6 @@
 #include "tav_menu_display_str.h"
 #include "tav_menu_eth.h"
 #include "tav_menu_led.h"
-#include "tav_menu_reset.h"
 #include "tav_menu_strcfg.h"
 #include "tav_menu_var.h"
 
@@ -156,14 +155,6 @@ void tav_version_sec(void) {
             --m_version_sec;
         }
         tav_menu_update(menu_display_version);
-        break;
-    case TAV_PRESS_MENU:
-    case TAV_PRESS_BREAK:
-    case TAV_PRESS_LOCK:
-        tav_menu_update(menu_vid_display);
-        break;
-    case TAV_PRESS_DEFAULT:
-        tav_menu_reset_open();
         break;
     default: // digits, TAKE
         break;

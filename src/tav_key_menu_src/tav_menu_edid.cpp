@@ -13,17 +13,12 @@
 #include "tav_menu_control.h"
 #include "tav_menu_display_str.h"
 #include "tav_menu_led.h"
-#include "tav_menu_reset.h"
 #include "tav_menu_strcfg.h"
 #include "tav_menu_var.h"
 
 namespace {
 
-uint8_t m_tav_edid_step;
-uint8_t m_tav_edid_sel_port_step;
-uint8_t m_tav_edid_src;
-uint8_t m_tav_edid_dest;
-uint8_t m_tav_edid_err;
+TAV_EDID_STATE m_tav_edid;
 
 constexpr uint8_t kRowTitle = 29;
 constexpr uint8_t kRowFields = 30;
@@ -54,11 +49,6 @@ EM_MATRIX_IO_TYPE port_io(uint8_t port) {
     return g_tav_portbuf[port - 1].port_io;
 }
 
-void put_two_digits(int8_t* line, int col, uint8_t value) {
-    line[col] = static_cast<int8_t>('0' + (value / 10) % 10);
-    line[col + 1] = static_cast<int8_t>('0' + value % 10);
-}
-
 // Bottom line of the entry page: row 30 with the typed digits filled in.
 // Returns the column for the cursor request (40 = none).
 uint8_t compose_fields(int8_t* line, bool both_complete) {
@@ -68,29 +58,29 @@ uint8_t compose_fields(int8_t* line, bool both_complete) {
 
     if (both_complete) {
         if (src_col >= 0) {
-            put_two_digits(line, src_col, m_tav_edid_src);
+            tav_menu_put_digits(line, src_col, m_tav_edid.src, 2);
         }
         if (dest_col >= 0) {
-            put_two_digits(line, dest_col, m_tav_edid_dest);
+            tav_menu_put_digits(line, dest_col, m_tav_edid.dest, 2);
         }
         return kNoCursor;
     }
 
     int cur_col = src_col;
-    uint8_t typed = m_tav_edid_src;
-    if (m_tav_edid_sel_port_step != 0) {
+    uint8_t typed = m_tav_edid.src;
+    if (m_tav_edid.sel_port_step != 0) {
         if (src_col >= 0) {
-            put_two_digits(line, src_col, m_tav_edid_src);
+            tav_menu_put_digits(line, src_col, m_tav_edid.src, 2);
         }
         cur_col = dest_col;
-        typed = m_tav_edid_dest;
+        typed = m_tav_edid.dest;
     }
     if (cur_col < 0) {
         // The configured row has no field for this port: nothing to show.
         return kNoCursor;
     }
-    if (m_tav_edid_step != 0) {
-        line[cur_col] = static_cast<int8_t>('0' + typed % 10);
+    if (m_tav_edid.step != 0) {
+        tav_menu_put_digits(line, cur_col, typed, 1);
         return static_cast<uint8_t>(cur_col + 1);
     }
     return static_cast<uint8_t>(cur_col);
@@ -116,30 +106,25 @@ int tav_edid_field_column(const uint8_t* row, int which) {
 }
 
 TAV_EDID_STATE tav_menu_edid_get_state(void) {
-    return {m_tav_edid_step, m_tav_edid_sel_port_step, m_tav_edid_src, m_tav_edid_dest,
-            m_tav_edid_err};
+    return m_tav_edid;
 }
 
 void tav_menu_edid_init(void) {
-    m_tav_edid_step = 0;
-    m_tav_edid_sel_port_step = 0;
-    m_tav_edid_src = 0;
-    m_tav_edid_dest = 0;
-    m_tav_edid_err = 0;
+    m_tav_edid = {};
 }
 
 void tav_menu_edid_clear(bool_t IfSrc) {
-    m_tav_edid_step = 0;
-    m_tav_edid_sel_port_step = 0;
-    m_tav_edid_dest = 0;
-    m_tav_edid_err = 0;
+    m_tav_edid.step = 0;
+    m_tav_edid.sel_port_step = 0;
+    m_tav_edid.dest = 0;
+    m_tav_edid.err = 0;
     if (IfSrc) {
-        m_tav_edid_src = 0;
+        m_tav_edid.src = 0;
     }
 }
 
 void tav_edid_handle_err(void) {
-    switch (m_tav_edid_err) {
+    switch (m_tav_edid.err) {
     case TAV_EDID_ERR_SRC_NOCFG:
     case TAV_EDID_COPY_FAILED:
     case TAV_EDID_COPY_DONE:
@@ -150,7 +135,7 @@ void tav_edid_handle_err(void) {
     case TAV_EDID_ERR_SAME_PORT:
         // A refused destination is typed again; the source stays.
         tav_menu_edid_clear(false);
-        m_tav_edid_sel_port_step = 1;
+        m_tav_edid.sel_port_step = 1;
         break;
     default:
         break;
@@ -163,19 +148,19 @@ uint8_t tav_get_port_result(uint8_t* sel_port_step) {
         return TAV_EDID_ENTRY;
     }
     if (*sel_port_step == 0) {
-        const EM_MATRIX_IO_TYPE io = port_io(m_tav_edid_src);
-        if (m_tav_edid_src != 0 && io != em_matrix_in && io != em_matrix_out) {
+        const EM_MATRIX_IO_TYPE io = port_io(m_tav_edid.src);
+        if (m_tav_edid.src != 0 && io != em_matrix_in && io != em_matrix_out) {
             return TAV_EDID_ERR_SRC_NOCFG;
         }
-        m_tav_edid_step = 0;
+        m_tav_edid.step = 0;
         *sel_port_step = 1;
         return TAV_EDID_ENTRY;
     }
-    const EM_MATRIX_IO_TYPE io = port_io(m_tav_edid_dest);
-    if (m_tav_edid_dest != 0 && io == em_matrix_in && m_tav_edid_dest != m_tav_edid_src) {
+    const EM_MATRIX_IO_TYPE io = port_io(m_tav_edid.dest);
+    if (m_tav_edid.dest != 0 && io == em_matrix_in && m_tav_edid.dest != m_tav_edid.src) {
         return TAV_EDID_COPY_REQUESTED;
     }
-    if (m_tav_edid_dest == m_tav_edid_src) {
+    if (m_tav_edid.dest == m_tav_edid.src) {
         return TAV_EDID_ERR_SAME_PORT;
     }
     if (io == em_matrix_out) {
@@ -190,7 +175,7 @@ void tav_edid_nomal(TAV_STRUCT_KB_BUTTON* tav_key, uint8_t* tav_edid_port) {
     }
     if (tav_key->press == TAV_PRESS_DIGIT && tav_key->number <= 9) {
         *tav_edid_port = tav_key->number;
-        m_tav_edid_step = 1;
+        m_tav_edid.step = 1;
     }
 }
 
@@ -204,13 +189,13 @@ uint8_t tav_edid_step(TAV_STRUCT_KB_BUTTON* tav_key, uint8_t* tav_edid_port,
     } else if (tav_key->press != TAV_PRESS_RIGHT) {
         return TAV_EDID_ENTRY;
     }
-    m_tav_edid_step = 0;
+    m_tav_edid.step = 0;
     return tav_get_port_result(sel_port_step);
 }
 
 uint8_t tav_edid_analize_key(TAV_STRUCT_KB_BUTTON* tav_key, uint8_t* tav_edid_port,
                              uint8_t* sel_port_step) {
-    if (m_tav_edid_step == 0) {
+    if (m_tav_edid.step == 0) {
         tav_edid_nomal(tav_key, tav_edid_port);
         return TAV_EDID_ENTRY;
     }
@@ -222,46 +207,26 @@ void tav_edid(void) {
     switch (g_tav_button.press) {
     case TAV_PRESS_DIGIT:
     case TAV_PRESS_RIGHT: {
-        uint8_t* field = m_tav_edid_sel_port_step != 0 ? &m_tav_edid_dest : &m_tav_edid_src;
-        m_tav_edid_err = tav_edid_analize_key(&g_tav_button, field, &m_tav_edid_sel_port_step);
+        uint8_t* field = m_tav_edid.sel_port_step != 0 ? &m_tav_edid.dest : &m_tav_edid.src;
+        m_tav_edid.err = tav_edid_analize_key(&g_tav_button, field, &m_tav_edid.sel_port_step);
         tav_menu_update(menu_edid_switch);
         break;
     }
     case TAV_PRESS_LEFT:
-        if (m_tav_edid_step == 0 && m_tav_edid_sel_port_step == 0) {
+        if (m_tav_edid.step == 0 && m_tav_edid.sel_port_step == 0) {
             tav_menu_update(menu_shortcut);
         } else {
-            m_tav_edid_step = 0;
-            m_tav_edid_sel_port_step = 0;
+            m_tav_edid.step = 0;
+            m_tav_edid.sel_port_step = 0;
         }
         break;
-    default: // MENU, LOCK, BREAK, DEFAULT; TAKE does nothing
-        tav_menu_edid_leave_key(g_tav_button.press);
+    default: // TAKE does nothing
         break;
-    }
-}
-
-bool tav_menu_edid_leave_key(uint16_t press) {
-    switch (press) {
-    case TAV_PRESS_MENU:
-        tav_menu_update(menu_eth_select);
-        tav_menu_edid_clear(true);
-        return true;
-    case TAV_PRESS_LOCK:
-    case TAV_PRESS_BREAK:
-        tav_menu_update(menu_vid_display);
-        tav_menu_edid_clear(true);
-        return true;
-    case TAV_PRESS_DEFAULT:
-        tav_menu_reset_open();
-        return true;
-    default:
-        return false;
     }
 }
 
 void tav_edid_display(void) {
-    const uint8_t err = m_tav_edid_err;
+    const uint8_t err = m_tav_edid.err;
     if (err >= TAV_EDID_ERR_SRC_NOCFG && err <= TAV_EDID_COPY_DONE) {
         tav_menu_spc_display(displaybuf, kOutcomeRows[err].top, kOutcomeRows[err].bottom);
         tav_display_move_cursor(1, kNoCursor);
@@ -278,7 +243,7 @@ void tav_edid_display(void) {
     tav_bdl_menu_showleds(menu_edid_switch, false);
 
     if (copy) {
-        m_tav_edid_err = edid_copy_down(m_tav_edid_src, m_tav_edid_dest) != 0 ? TAV_EDID_COPY_FAILED
+        m_tav_edid.err = edid_copy_down(m_tav_edid.src, m_tav_edid.dest) != 0 ? TAV_EDID_COPY_FAILED
                                                                               : TAV_EDID_COPY_DONE;
         tav_menu_update(menu_edid_switch);
     }

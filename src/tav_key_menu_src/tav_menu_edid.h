@@ -19,12 +19,7 @@ uint8_t tav_edid_step(TAV_STRUCT_KB_BUTTON* tav_key, uint8_t* tav_edid_port,
 uint8_t tav_get_port_result(uint8_t* sel_port_step);
 int32_t edid_copy_down(uint8_t src, uint8_t dest);
 
-// The keys that leave the EDID and switch-all menus: MENU to the network
-// choice and LOCK or BREAK home, both clearing this menu; DEFAULT to the
-// reset menu. Returns false for any other key.
-bool tav_menu_edid_leave_key(uint16_t press);
-
-// Outcome codes of the page (m_tav_edid_err).
+// Outcome codes of the page (TAV_EDID_STATE::err).
 enum : uint8_t {
     TAV_EDID_ENTRY = 0,
     TAV_EDID_ERR_SRC_NOCFG = 1,
@@ -36,7 +31,8 @@ enum : uint8_t {
     TAV_EDID_COPY_REQUESTED = 7,
 };
 
-// Read-only view of the module state, for the tests and diagnostics.
+// The module's state; tav_menu_edid_get_state reports a copy, for the tests
+// and diagnostics.
 struct TAV_EDID_STATE {
     uint8_t step;          // 0 no digit typed in the current field, 1 one digit typed
     uint8_t sel_port_step; // 0 entering the source, 1 entering the destination

@@ -12,7 +12,6 @@
 #include "tav_menu_control.h"
 #include "tav_menu_display_str.h"
 #include "tav_menu_led.h"
-#include "tav_menu_reset.h"
 #include "tav_menu_strcfg.h"
 #include "tav_menu_var.h"
 
@@ -52,23 +51,6 @@ char* value_field(const EthValue& v) {
     return g_tav_eth[sec()].*(v.field);
 }
 
-// Keys common to all pages: MENU/DEFAULT to the reset menu, BREAK/LOCK home.
-// Returns true when the key was one of them.
-bool common_keys(uint16_t press) {
-    switch (press) {
-    case TAV_PRESS_MENU:
-    case TAV_PRESS_DEFAULT:
-        tav_menu_reset_open();
-        return true;
-    case TAV_PRESS_BREAK:
-    case TAV_PRESS_LOCK:
-        tav_menu_update(menu_vid_display);
-        return true;
-    default:
-        return false;
-    }
-}
-
 void open_value_page(const EthValue& v) {
     tav_menu_update(v.menu);
     char cmd[32];
@@ -78,19 +60,9 @@ void open_value_page(const EthValue& v) {
     AddIP_GATE_MASK_0(field);
 }
 
-void value_page_keys(void) {
-    const uint16_t press = g_tav_button.press;
-    if (common_keys(press)) {
-        return;
-    }
-    if (press == TAV_PRESS_LEFT) {
-        tav_menu_update(menu_eth_display);
-    }
-}
-
 void value_page_display(const EthValue& v) {
     tav_menu_get_spcstr(displaybuf, kRowValueTitle);
-    displaybuf[kValueTitleDigitCol] = static_cast<int8_t>('0' + sec());
+    tav_menu_put_digits(displaybuf, kValueTitleDigitCol, sec(), 1);
     const size_t name_len = strlen(v.name);
     memcpy(&displaybuf[kValueNameCol], v.name, name_len);
     tav_display_string(0, 0, displaybuf, TAV_MENU_COLS);
@@ -152,40 +124,25 @@ void AddIP_GATE_MASK_0(char* buf) {
 }
 
 void tav_eth_sec(void) {
-    const uint16_t press = g_tav_button.press;
-    if (common_keys(press)) {
-        return;
-    }
-    if (press == TAV_PRESS_DIGIT && (g_tav_button.number == 1 || g_tav_button.number == 2)) {
+    if (g_tav_button.press == TAV_PRESS_DIGIT &&
+        (g_tav_button.number == 1 || g_tav_button.number == 2)) {
         m_eth_sec = static_cast<uint8_t>(g_tav_button.number - 1);
         tav_menu_update(menu_eth_display);
     }
 }
 
 void tav_eth_dis(void) {
-    const uint16_t press = g_tav_button.press;
-    if (common_keys(press)) {
-        return;
-    }
-    if (press == TAV_PRESS_LEFT) {
-        tav_menu_update(menu_eth_select);
-    } else if (press == TAV_PRESS_DIGIT && g_tav_button.number >= 1 && g_tav_button.number <= 4) {
+    if (g_tav_button.press == TAV_PRESS_DIGIT && g_tav_button.number >= 1 &&
+        g_tav_button.number <= 4) {
         open_value_page(kValues[g_tav_button.number - 1]);
     }
 }
 
-void tav_eth_ip(void) {
-    value_page_keys();
-}
-void tav_eth_mac(void) {
-    value_page_keys();
-}
-void tav_eth_gate(void) {
-    value_page_keys();
-}
-void tav_eth_mask(void) {
-    value_page_keys();
-}
+// A value page's keys all lead elsewhere (the menu table's leave keys).
+void tav_eth_ip(void) {}
+void tav_eth_mac(void) {}
+void tav_eth_gate(void) {}
+void tav_eth_mask(void) {}
 
 void tav_eth_sec_display(void) {
     tav_menu_spc_display(displaybuf, kRowTitle, kRowInterfaces);
@@ -194,7 +151,7 @@ void tav_eth_sec_display(void) {
 
 void tav_eth_dis_display(void) {
     tav_menu_get_spcstr(displaybuf, kRowTitle);
-    displaybuf[kTitleDigitCol] = static_cast<int8_t>('0' + sec());
+    tav_menu_put_digits(displaybuf, kTitleDigitCol, sec(), 1);
     tav_display_string(0, 0, displaybuf, TAV_MENU_COLS);
     tav_menu_get_spcstr(displaybuf, kRowValues);
     tav_display_string(1, 0, displaybuf, TAV_MENU_COLS);

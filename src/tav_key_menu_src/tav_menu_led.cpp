@@ -12,20 +12,23 @@
 
 namespace {
 
-constexpr uint8_t LEFT = TAV_KEY_LEFT;
-constexpr uint8_t RIGHT = TAV_KEY_RIGHT;
-constexpr uint8_t BREAK = TAV_KEY_BREAK;
-constexpr uint8_t DEFAULT = TAV_KEY_DEFAULT;
-constexpr uint8_t TAKE = TAV_KEY_TAKE;
-constexpr uint8_t MENU = TAV_KEY_MENU;
-constexpr uint8_t LOCK = TAV_KEY_LOCK;
-constexpr uint8_t LCD = TAV_LED_LCD;
-constexpr uint8_t END = 0xFF;
+// The LED numbers the scenes name; END closes a list.
+enum : uint8_t {
+    LEFT = TAV_KEY_LEFT,
+    RIGHT = TAV_KEY_RIGHT,
+    BREAK = TAV_KEY_BREAK,
+    DEFAULT = TAV_KEY_DEFAULT,
+    TAKE = TAV_KEY_TAKE,
+    MENU = TAV_KEY_MENU,
+    LOCK = TAV_KEY_LOCK,
+    LCD = TAV_LED_LCD,
+    END = 0xFF,
+};
 
 // The self-check lights one key after another, each with LED 31.
-constexpr uint8_t k_selfcheck_keys[] = {1,    2, 3,     4,    5,    6,    7,     8,      9,
-                                        LEFT, 0, RIGHT, TAKE, MENU, LOCK, BREAK, DEFAULT};
-constexpr uint8_t k_selfcheck_steps = sizeof k_selfcheck_keys + 1;
+constexpr uint8_t kSelfcheckKeys[] = {1,    2, 3,     4,    5,    6,    7,     8,      9,
+                                      LEFT, 0, RIGHT, TAKE, MENU, LOCK, BREAK, DEFAULT};
+constexpr uint8_t kSelfcheckSteps = sizeof kSelfcheckKeys + 1;
 
 enum SceneFlag : uint8_t {
     SCENE_NONE = 0,
@@ -35,6 +38,7 @@ enum SceneFlag : uint8_t {
     SCENE_ALT_TAKE = 1 << 3,   // the second list while TAKE blinks
     SCENE_BLINK_BEFORE = 1 << 4,
     SCENE_BLINK_AFTER = 1 << 5,
+    SCENE_TAKE_BLINK = SCENE_BLINK_BEFORE | SCENE_BLINK_AFTER,
 };
 
 struct Scene {
@@ -44,10 +48,8 @@ struct Scene {
     uint8_t alt[8];
 };
 
-constexpr uint8_t SCENE_TAKE_BLINK = SCENE_BLINK_BEFORE | SCENE_BLINK_AFTER;
-
 // One scene per menu state, indexed by TAV_ENUM_MENUSTATUS.
-constexpr Scene k_scenes[] = {
+constexpr Scene kScenes[] = {
     {menu_spc, SCENE_LCD, {LEFT, RIGHT, MENU, LCD, END}, {END}},
     {menu_hot_plug, SCENE_ALT_LOCKED, {LEFT, RIGHT, MENU, LCD, END}, {LCD, LOCK, END}},
     {menu_vid_display, SCENE_LCD, {LEFT, RIGHT, MENU, LCD, END}, {END}},
@@ -77,12 +79,12 @@ constexpr Scene k_scenes[] = {
 };
 
 constexpr bool scenes_in_state_order() {
-    for (size_t i = 0; i < sizeof k_scenes / sizeof k_scenes[0]; ++i) {
-        if (k_scenes[i].state != static_cast<TAV_ENUM_MENUSTATUS>(i)) {
+    for (size_t i = 0; i < sizeof kScenes / sizeof kScenes[0]; ++i) {
+        if (kScenes[i].state != static_cast<TAV_ENUM_MENUSTATUS>(i)) {
             return false;
         }
     }
-    return sizeof k_scenes / sizeof k_scenes[0] == menu_lock + 1;
+    return sizeof kScenes / sizeof kScenes[0] == menu_lock + 1;
 }
 static_assert(scenes_in_state_order(), "one scene per menu state, in state order");
 
@@ -90,7 +92,7 @@ const Scene* scene_of(TAV_ENUM_MENUSTATUS state) {
     if (state < menu_spc || state > menu_lock) {
         return nullptr;
     }
-    return &k_scenes[state];
+    return &kScenes[state];
 }
 
 // Whether the TAKE key is blinking: switched on and not yet off.
@@ -139,13 +141,13 @@ uint8_t tav_menu_led_scene(TAV_ENUM_MENUSTATUS state, bool_t Take_blink, uint8_t
 }
 
 uint8_t tav_menuselfcheck_leds(uint8_t showwhichled) {
-    if (showwhichled >= k_selfcheck_steps) {
+    if (showwhichled >= kSelfcheckSteps) {
         return 1;
     }
     uint8_t leds[2];
     uint8_t n = 0;
-    if (showwhichled < sizeof k_selfcheck_keys) {
-        leds[n++] = k_selfcheck_keys[showwhichled];
+    if (showwhichled < sizeof kSelfcheckKeys) {
+        leds[n++] = kSelfcheckKeys[showwhichled];
     }
     leds[n++] = LCD;
     tav_display_led_mutil_on(leds, n);

@@ -46,7 +46,7 @@ thread_local bool t_irq_on_listener = false;
 // descriptor, unlike a condition variable, has no destructor that could run
 // at exit while the thread is still leaving).
 const int m_irq_exit_fd = tav_btool_event_new();
-constexpr int k_exit_wait_ms = 500;
+constexpr int kExitWaitMs = 500;
 
 // Set (under the engine lock) by tav_matrix_irq_close: from then on nothing
 // is fetched or dispatched, and the thread ends. Also ends the handling of a
@@ -60,22 +60,22 @@ const int m_irq_stop_fd = tav_btool_event_new();
 // it gets the lock or by the controller at the top of its next pass. Head and
 // tail count records ever taken and appended (tail - head wait). When the
 // queue is full the thread stops reading the pipe until the engine is free.
-constexpr uint32_t k_queue_len = 64;
-TAV_MATRIX_OBJ_SIGNAL_FLAG m_irq_queue[k_queue_len];
+constexpr uint32_t kQueueLen = 64;
+TAV_MATRIX_OBJ_SIGNAL_FLAG m_irq_queue[kQueueLen];
 std::atomic<uint32_t> m_irq_head{0};
 std::atomic<uint32_t> m_irq_tail{0};
 // While records wait, the thread tries the engine lock again this often (the
 // controller takes them at its next pass anyway).
-constexpr int k_engine_retry_ms = 10;
+constexpr int kEngineRetryMs = 10;
 
 uint32_t queued(void) {
     return m_irq_tail.load(std::memory_order_acquire) - m_irq_head.load(std::memory_order_acquire);
 }
 
 // Pause after a failed poll, so that a lasting failure cannot spin.
-constexpr useconds_t k_poll_error_pause_us = 100000;
+constexpr useconds_t kPollErrorPauseUs = 100000;
 
-constexpr uint32_t k_update_begins = 0x8000;
+constexpr uint32_t kUpdateBegins = 0x8000;
 
 bool set_nonblock(int fd) {
     const int flags = fcntl(fd, F_GETFL);
@@ -128,10 +128,10 @@ struct AvSide {
     void (*reinit)(void);
     bool lock_page_shows_it; // the lock page is the video status page
 };
-constexpr AvSide k_video = {menu_switch_vid_all, load_main_set_up, menu_vid_display,
-                            meun_vid_io_display, tav_video_reinit, true};
-constexpr AvSide k_audio = {menu_switch_aud_all, load_main_aud_set_up, menu_aud_display,
-                            meun_aud_io_display, tav_audio_reinit,     false};
+constexpr AvSide kVideo = {menu_switch_vid_all, load_main_set_up, menu_vid_display,
+                           meun_vid_io_display, tav_video_reinit, true};
+constexpr AvSide kAudio = {menu_switch_aud_all, load_main_aud_set_up, menu_aud_display,
+                           meun_aud_io_display, tav_audio_reinit,     false};
 
 void reload_unless_switching_all(const AvSide& side) {
     if (g_tav_menu != side.switch_all_menu) {
@@ -174,7 +174,7 @@ struct RebootNotice {
     uint8_t top;
     uint8_t bottom;
 };
-constexpr RebootNotice k_reboot_notices[] = {
+constexpr RebootNotice kRebootNotices[] = {
     {em_irq_reboot_reset, 59, 60},
     {em_irq_reboot_factory, 61, 62},
     {em_irq_reboot_update, 63, 64},
@@ -185,7 +185,7 @@ struct SignalHandler {
     void (*handle)(TAV_MATRIX_OBJ_SIGNAL_FLAG record);
 };
 // In the order in which the bits of one signal are handled.
-constexpr SignalHandler k_handlers[] = {
+constexpr SignalHandler kHandlers[] = {
     {TAV_MATRIX_SIG_VIDEO_CONNECT,
      [](TAV_MATRIX_OBJ_SIGNAL_FLAG) { tav_matrix_irq_video_connect_change(); }},
     {TAV_MATRIX_SIG_AUDIO_CONNECT,
@@ -212,7 +212,7 @@ void dispatch_record(const TAV_MATRIX_OBJ_SIGNAL_FLAG& record) {
         }
         return;
     }
-    for (const SignalHandler& h : k_handlers) {
+    for (const SignalHandler& h : kHandlers) {
         if ((record.sig_bit_map & h.bit) != 0) {
             h.handle(record);
             if (m_irq_closed.load()) {
@@ -251,7 +251,7 @@ void on_wake_up(void) {
         try_dispatch(nullptr);
     } else if (!try_dispatch(&record)) {
         const uint32_t tail = m_irq_tail.load(std::memory_order_relaxed);
-        m_irq_queue[tail % k_queue_len] = record;
+        m_irq_queue[tail % kQueueLen] = record;
         m_irq_tail.store(tail + 1, std::memory_order_release);
         tav_menu_wake();
     }
@@ -260,7 +260,7 @@ void on_wake_up(void) {
 // Reads the pending wake-up bytes while the queue has room. False when the
 // pipe failed and the thread must end.
 bool drain_pipe(int fd) {
-    while (queued() < k_queue_len && !m_irq_closed.load()) {
+    while (queued() < kQueueLen && !m_irq_closed.load()) {
         uint8_t wake;
         const ssize_t n = read(fd, &wake, 1);
         if (n == 1) {
@@ -295,7 +295,7 @@ void tav_matrix_irq_dispatch_queued(void) {
     for (uint32_t head = m_irq_head.load(std::memory_order_relaxed);
          head != m_irq_tail.load(std::memory_order_acquire);
          head = m_irq_head.load(std::memory_order_relaxed)) {
-        const TAV_MATRIX_OBJ_SIGNAL_FLAG record = m_irq_queue[head % k_queue_len];
+        const TAV_MATRIX_OBJ_SIGNAL_FLAG record = m_irq_queue[head % kQueueLen];
         m_irq_head.store(head + 1, std::memory_order_release);
         dispatch_record(record);
     }
@@ -310,10 +310,9 @@ void tav_matrix_irq_open(void) {
     if (m_irq_thread_running.load() && m_irq_closed.load()) {
         // An earlier listener is still ending: it must be gone before its
         // records and bytes are dropped, or it could handle them.
-        tav_btool_event_wait(m_irq_exit_fd, k_exit_wait_ms);
+        tav_btool_event_wait(m_irq_exit_fd, kExitWaitMs);
         if (m_irq_thread_running.load()) {
-            tav_log(TAV_LOG_ERR, "func=[%s]earlier listener still running",
-                    "tav_matrix_irq_open");
+            tav_log(TAV_LOG_ERR, "func=[%s]earlier listener still running", "tav_matrix_irq_open");
             return;
         }
     }
@@ -345,7 +344,7 @@ void tav_matrix_irq_close(void) {
     // The thread never waits for the engine lock held here, so it ends at
     // its next look; unless this is the thread itself (a reboot notice).
     if (m_irq_thread_running.load() && !t_irq_on_listener) {
-        tav_btool_event_wait(m_irq_exit_fd, k_exit_wait_ms);
+        tav_btool_event_wait(m_irq_exit_fd, kExitWaitMs);
     }
 }
 
@@ -371,14 +370,14 @@ void* tav_matrix_irq_thread(void* arg) {
     while (pipe_ok && !m_irq_closed.load()) {
         // A full queue leaves the bytes in the pipe until the engine is free.
         const uint32_t waiting = queued();
-        pollfd p[2] = {{m_irq_stop_fd, POLLIN, 0}, {waiting == k_queue_len ? -1 : fd, POLLIN, 0}};
-        if (poll(p, 2, waiting > 0 ? k_engine_retry_ms : -1) < 0) {
+        pollfd p[2] = {{m_irq_stop_fd, POLLIN, 0}, {waiting == kQueueLen ? -1 : fd, POLLIN, 0}};
+        if (poll(p, 2, waiting > 0 ? kEngineRetryMs : -1) < 0) {
             if (errno == EINTR) {
                 tav_log(TAV_LOG_WARNING, "func=[%s]poll break by signal\n",
                         "tav_matrix_irq_thread");
             } else {
                 tav_log(TAV_LOG_WARNING, "func=[%s]poll error\n", "tav_matrix_irq_thread");
-                usleep(k_poll_error_pause_us);
+                usleep(kPollErrorPauseUs);
             }
         }
         pipe_ok = drain_pipe(fd);
@@ -398,19 +397,19 @@ void tav_matrix_irq_process(int pid_parameter) {
 }
 
 void tav_matrix_irq_video_connect_change(void) {
-    connect_change(k_video);
+    connect_change(kVideo);
 }
 
 void tav_matrix_irq_audio_connect_change(void) {
-    connect_change(k_audio);
+    connect_change(kAudio);
 }
 
 void tav_matrix_irq_video_port_change(void) {
-    port_change(k_video);
+    port_change(kVideo);
 }
 
 void tav_matrix_irq_audio_port_change(void) {
-    port_change(k_audio);
+    port_change(kAudio);
 }
 
 void tav_matrix_irq_slot_change(TAV_MATRIX_OBJ_SIGNAL_FLAG record) {
@@ -452,7 +451,7 @@ void tav_matrix_irq_slot_change(TAV_MATRIX_OBJ_SIGNAL_FLAG record) {
 
 void tav_matrix_irq_update_change(TAV_MATRIX_OBJ_SIGNAL_FLAG record) {
     tav_menu_clear_timer_counter();
-    if ((record.src_parameter & k_update_begins) != 0) {
+    if ((record.src_parameter & kUpdateBegins) != 0) {
         tav_menu_updating_set();
     } else if (g_tav_menu == menu_update) {
         tav_menu_updating_down();
@@ -460,7 +459,7 @@ void tav_matrix_irq_update_change(TAV_MATRIX_OBJ_SIGNAL_FLAG record) {
 }
 
 void tav_matrix_irq_reboot(TAV_MATRIX_OBJ_SIGNAL_FLAG record) {
-    for (const RebootNotice& notice : k_reboot_notices) {
+    for (const RebootNotice& notice : kRebootNotices) {
         if (notice.option == record.src_parameter) {
             tav_menu_spc_display(displaybuf, notice.top, notice.bottom);
             tav_display_led_all_off();

@@ -8,7 +8,6 @@
 #include "tav_basetool.h"
 #include "tav_menu_analize_press.h"
 #include "tav_menu_control.h"
-#include "tav_menu_dispay_version.h"
 #include "tav_menu_display_str.h"
 #include "tav_menu_led.h"
 #include "tav_menu_var.h"
@@ -83,11 +82,6 @@ void tav_menu_reset_clear(void) {
     reset_step = 0;
 }
 
-void tav_menu_reset_open(void) {
-    tav_menu_update(menu_reset);
-    tav_menu_reset_clear();
-}
-
 void tav_menu_configure_reset(EM_MATRIX_IRQ_REBOOT_OPT mode) {
     tav_matrix_set_inner_signal_reboot_opt(pmatrixDllHandle, mode);
 }
@@ -114,16 +108,6 @@ void tav_menu_reset(void) {
     case TAV_PRESS_LEFT:
         reset_step = 0;
         break;
-    case TAV_PRESS_MENU:
-        tav_menu_update(menu_display_version);
-        tav_menu_reset_clear();
-        tav_version_refreash();
-        return;
-    case TAV_PRESS_BREAK:
-    case TAV_PRESS_LOCK:
-        tav_menu_reset_clear();
-        tav_menu_update(menu_vid_display);
-        return;
     default: // RIGHT, DEFAULT
         return;
     }

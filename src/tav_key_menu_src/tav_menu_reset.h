@@ -8,8 +8,6 @@ void tav_menu_reset_clear(void);
 void tav_menu_reset(void);
 void tav_menu_reset_display(void);
 void tav_menu_configure_reset(EM_MATRIX_IRQ_REBOOT_OPT mode);
-// Opens the menu at its first step: the DEFAULT key of the other menus.
-void tav_menu_reset_open(void);
 
 #include <cstdint>
 

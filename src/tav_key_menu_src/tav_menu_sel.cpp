@@ -5,7 +5,6 @@
 #include "tav_menu_analize_press.h"
 #include "tav_menu_control.h"
 #include "tav_menu_display_str.h"
-#include "tav_menu_edid.h"
 #include "tav_menu_led.h"
 #include "tav_menu_switch_all.h"
 #include "tav_menu_var.h"
@@ -62,9 +61,7 @@ void tav_menu_sel(void) {
         }
         // Any other digit only redisplays the menu.
         tav_menu_update(menu_shortcut);
-        return;
     }
-    tav_menu_edid_leave_key(g_tav_button.press);
 }
 
 void tav_menu_sel_display(void) {
@@ -76,22 +73,16 @@ void tav_menu_sel_display(void) {
 }
 
 void tav_menu_sel_av_swall(void) {
-    const uint16_t press = g_tav_button.press;
-    if (press == TAV_PRESS_DIGIT) {
-        for (const SwitchAllChoice& c : kSwitchAllChoices) {
-            if (g_tav_button.number == c.digit) {
-                tav_menu_update(c.target);
-                tav_menu_set_switch_all_mode(c.mode);
-                return;
-            }
+    if (g_tav_button.press != TAV_PRESS_DIGIT) {
+        return;
+    }
+    for (const SwitchAllChoice& c : kSwitchAllChoices) {
+        if (g_tav_button.number == c.digit) {
+            tav_menu_update(c.target);
+            tav_menu_set_switch_all_mode(c.mode);
+            return;
         }
-        return;
     }
-    if (press == TAV_PRESS_LEFT) {
-        tav_menu_update(menu_shortcut);
-        return;
-    }
-    tav_menu_edid_leave_key(press);
 }
 
 void tav_menu_sel_av_swall_display(void) {

@@ -26,7 +26,7 @@ struct RowDefault {
 };
 
 // Built-in rows: leading blanks and text; the rest of the row is blank.
-constexpr RowDefault k_row_defaults[TAV_MENU_ROWS] = {
+constexpr RowDefault kRowDefaults[TAV_MENU_ROWS] = {
     {0, ""},
     {6, "QUORAL ELECTRONICS Co.,LTD"},
     {11, "TR-90QX MATRIX"},
@@ -107,13 +107,13 @@ constexpr RowDefault k_row_defaults[TAV_MENU_ROWS] = {
     {4, "There Is NO CARDS In This MATRIX"},
 };
 
-constexpr const char* k_head_defaults[TAV_MENU_HEADS] = {
+constexpr const char* kHeadDefaults[TAV_MENU_HEADS] = {
     "VOSW: ", "VISW: ", "AOSW: ", "AISW: ", "VOUT: ",
     "VIN : ", "AOUT: ", "AIN : ", "ILIST:", "ILIST:",
 };
 
 constexpr bool rows_fit() {
-    for (const RowDefault& r : k_row_defaults) {
+    for (const RowDefault& r : kRowDefaults) {
         size_t n = 0;
         while (r.text[n] != '\0') {
             ++n;
@@ -135,7 +135,7 @@ struct CfgKey {
 };
 
 #define TAV_CFG_TABLE_ENTRY(name, key, kind, index) {key, kind, index},
-constexpr CfgKey k_cfg_keys[] = {TAV_CFG_KEYS(TAV_CFG_TABLE_ENTRY)};
+constexpr CfgKey kCfgKeys[] = {TAV_CFG_KEYS(TAV_CFG_TABLE_ENTRY)};
 #undef TAV_CFG_TABLE_ENTRY
 
 #define TAV_CFG_ENUM_ENTRY(name, key, kind, index) TAV_CFG_KEY_##name,
@@ -201,7 +201,7 @@ uint8_t apply_key(TAV_CFG_KEY_ID id, char* strLine) {
     if (strLine == nullptr) {
         return 1;
     }
-    const CfgKey& k = k_cfg_keys[id];
+    const CfgKey& k = kCfgKeys[id];
     const char* at = strstr(strLine, k.key);
     if (at == nullptr) {
         return 1;
@@ -224,7 +224,7 @@ uint8_t apply_key(TAV_CFG_KEY_ID id, char* strLine) {
 }
 
 // The built-in texts are in place before any code of the program runs.
-[[maybe_unused]] const bool k_defaults_loaded = (tav_menu_strcfg_defaults(), true);
+[[maybe_unused]] const bool kDefaultsLoaded = (tav_menu_strcfg_defaults(), true);
 
 } // namespace
 
@@ -239,11 +239,11 @@ void tav_menu_strcfg_defaults(void) {
     for (size_t r = 0; r < TAV_MENU_ROWS; ++r) {
         uint8_t* row = MENU_ITEM_STR[r];
         memset(row, ' ', TAV_MENU_COLS);
-        const RowDefault& d = k_row_defaults[r];
+        const RowDefault& d = kRowDefaults[r];
         memcpy(row + d.blanks, d.text, strlen(d.text));
     }
     for (size_t h = 0; h < TAV_MENU_HEADS; ++h) {
-        memcpy(MENU_SPC_HEAD[h], k_head_defaults[h], TAV_MENU_HEAD_LEN);
+        memcpy(MENU_SPC_HEAD[h], kHeadDefaults[h], TAV_MENU_HEAD_LEN);
         MENU_SPC_HEAD[h][TAV_MENU_HEAD_LEN] = 0;
     }
 }

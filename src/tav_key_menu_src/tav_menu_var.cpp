@@ -51,20 +51,20 @@ struct PortTables {
     int32_t (*get_switch_state)(void* handle, int32_t output);
 };
 
-const PortTables k_video_tables = {g_tav_portbuf,
-                                   g_tav_inlist,
-                                   g_tav_outlist,
-                                   &g_tav_in_max,
-                                   &g_tav_out_max,
-                                   tav_matrix_get_active_video_pipe_io,
-                                   tav_matrix_get_video_switch_state};
-const PortTables k_audio_tables = {g_tav_aud_portbuf,
-                                   g_tav_aud_inlist,
-                                   g_tav_aud_outlist,
-                                   &g_tav_aud_in_max,
-                                   &g_tav_aud_out_max,
-                                   tav_matrix_get_active_audio_pipe_io,
-                                   tav_matrix_get_audio_switch_state};
+const PortTables kVideoTables = {g_tav_portbuf,
+                                 g_tav_inlist,
+                                 g_tav_outlist,
+                                 &g_tav_in_max,
+                                 &g_tav_out_max,
+                                 tav_matrix_get_active_video_pipe_io,
+                                 tav_matrix_get_video_switch_state};
+const PortTables kAudioTables = {g_tav_aud_portbuf,
+                                 g_tav_aud_inlist,
+                                 g_tav_aud_outlist,
+                                 &g_tav_aud_in_max,
+                                 &g_tav_aud_out_max,
+                                 tav_matrix_get_active_audio_pipe_io,
+                                 tav_matrix_get_audio_switch_state};
 
 // The tables hold 128 ports: a device that reports more is shown with its
 // first 128 ports, the others are never asked for.
@@ -175,9 +175,9 @@ void tav_menu_init(void) {
 }
 
 void load_main_set_up(void) {
-    rebuild_port_tables(k_video_tables, "load_main_set_up");
+    rebuild_port_tables(kVideoTables, "load_main_set_up");
 }
 
 void load_main_aud_set_up(void) {
-    rebuild_port_tables(k_audio_tables, "load_main_aud_set_up");
+    rebuild_port_tables(kAudioTables, "load_main_aud_set_up");
 }

@@ -3,6 +3,8 @@
 
 #include <cstdint>
 
+#include "tav_menu_av_switch.h"
+
 void tav_video_init(void);
 void tav_video_clear(void);
 void tav_video_reinit(void);
@@ -20,17 +22,5 @@ void tav_config_video_switch(void);
 void tav_poweron_resetlock(void);
 void tav_update_to_lock(uint8_t update_or_press);
 
-// Read-only view of a switching menu's state (video or audio), for the tests
-// and diagnostics.
-struct TAV_AV_SWITCH_STATE {
-    uint8_t switch_start; // first output-list index of the status page
-    uint8_t io_start;     // first list index of the list page
-    uint8_t io_max_port;  // paging range of the list page
-    uint8_t press_state;  // number entry: 1 none, 2 one digit, 3 accepted, 4 refused
-    uint8_t press_start;
-    uint8_t select_port_state; // 0 entering the output, 1 entering the input
-    uint8_t config_out;
-    uint8_t config_in;
-    uint8_t cursor_pozition;
-};
+// A copy of the module state, for the tests and diagnostics.
 TAV_AV_SWITCH_STATE tav_video_get_state(void);

@@ -53,11 +53,13 @@ INSTANTIATE_TEST_SUITE_P(
         DecodeCase{"displayFrames",
                    "EB 5F 21 06 04 01 02 4F 4B 21 0F EB 5F 21 05 01 80 00 C0 00 0F\n"
                    "EB 5F 21 05 02 00 00 40 00 0F EB 5F 21 05 06 FF FF FF FF 0F\n"
-                   "EB 5F 21 02 00 00 0F EB 5F 21 06 00 00 02 05 01 02 0F EB 5F 00 01 F7 A5\n",
+                   "EB 5F 21 02 00 00 0F EB 5F 21 06 00 00 02 05 01 02 0F EB 5F 00 01 F7 A5\n"
+                   "EB 5F 21 03 03 01 05 0F EB 5F 21 05 07 00 00 40 01 0F EB 5F 21 03 03 01 15 0F\n",
                    "--summary", 0,
                    {"lcd line 1 col 2 \"OK!\"", "leds on: TAKE MENU LCD", "leds blinking: TAKE",
                     "keys enabled: all", "handshake", "firmware version 2.5 build 3",
-                    "error reply order 00 code F7", "lcd line 1        |  OK!"}},
+                    "error reply order 00 code F7", "lcd line 1        |  OK!", "blink cycle 5\n",
+                    "key mask 00004001 (not one key", "malformed frame (blink cycle): "}},
         DecodeCase{"lineNoise",
                    "00 41 EB 12 EB 5F 21 05 07 00 EB 5F 21 05 07 00 00 00 00 0F 99 "
                    "EB 5F 21 00 EB 5F 21 05 07 00 00 80 00 0F\n", "", 1,

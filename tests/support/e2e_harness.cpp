@@ -6,10 +6,10 @@
 #include <signal.h>
 #include <sys/prctl.h>
 #include <sys/stat.h>
-#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -31,22 +31,15 @@ namespace {
 struct ExecArgs {
     std::vector<std::string> store;
     std::vector<char*> argv, envp;
-    ExecArgs(const std::vector<std::string>& args, const std::vector<std::string>& env) {
-        std::vector<std::string> e;
+    ExecArgs(const std::vector<std::string>& args, const std::vector<std::string>& env)
+        : store(args) {
+        const auto key = [](const std::string& kv) { return kv.substr(0, kv.find('=')); };
         for (char** p = environ; *p != nullptr; ++p) {
-            const std::string kv = *p;
-            const std::string key = kv.substr(0, kv.find('='));
-            bool replaced = false;
-            for (const auto& o : env) {
-                replaced = replaced || o.substr(0, o.find('=')) == key;
-            }
-            if (!replaced) {
-                e.push_back(kv);
-            }
+            if (std::none_of(env.begin(), env.end(),
+                             [&](const auto& o) { return key(o) == key(*p); }))
+                store.push_back(*p);
         }
-        e.insert(e.end(), env.begin(), env.end());
-        store = args;
-        store.insert(store.end(), e.begin(), e.end());
+        store.insert(store.end(), env.begin(), env.end());
         for (size_t i = 0; i < store.size(); ++i) {
             (i < args.size() ? argv : envp).push_back(store[i].data());
         }
@@ -96,22 +89,10 @@ int decode_status(int st) {
     return WIFEXITED(st) ? WEXITSTATUS(st) : WIFSIGNALED(st) ? -WTERMSIG(st) : -1;
 }
 
-// Waits for a child with a time-out: a pidfd when the kernel has them,
-// otherwise short sleeps between non-blocking waits.
+// Waits for a child with a time-out: short sleeps between non-blocking waits.
 std::optional<int> wait_child(pid_t pid, ms timeout) {
-    int st = 0;
-    const int pfd = static_cast<int>(syscall(SYS_pidfd_open, pid, 0));
-    if (pfd >= 0) {
-        pollfd p{pfd, POLLIN, 0};
-        const int r = poll(&p, 1, static_cast<int>(timeout.count()));
-        close(pfd);
-        if (r > 0 && waitpid(pid, &st, 0) == pid) {
-            return decode_status(st);
-        }
-        return std::nullopt;
-    }
     const auto end = std::chrono::steady_clock::now() + timeout;
-    for (;;) {
+    for (int st = 0;; std::this_thread::sleep_for(10ms)) {
         const pid_t r = waitpid(pid, &st, WNOHANG);
         if (r == pid) {
             return decode_status(st);
@@ -119,19 +100,7 @@ std::optional<int> wait_child(pid_t pid, ms timeout) {
         if (r < 0 || std::chrono::steady_clock::now() >= end) {
             return std::nullopt;
         }
-        std::this_thread::sleep_for(10ms);
     }
-}
-
-bool has_socket_below(const fs::path& dir) {
-    std::error_code ec;
-    for (auto it = fs::recursive_directory_iterator(dir, ec);
-         !ec && it != fs::recursive_directory_iterator(); it.increment(ec)) {
-        if (it->is_socket(ec)) {
-            return true;
-        }
-    }
-    return false;
 }
 
 } // namespace
@@ -192,10 +161,6 @@ Sandbox::Sandbox(SandboxOptions opts) : opts_(std::move(opts)) {
         eo.root = root_;
         eo.answer_handshake = !opts_.silent_panel;
         eo.baud = opts_.baud;
-        eo.fw_main = opts_.fw_main;
-        eo.fw_minor = opts_.fw_minor;
-        eo.fw_build_hi = opts_.fw_build_hi;
-        eo.fw_build_lo = opts_.fw_build_lo;
         eo.log_path = root_ + "/panel.log";
         panel_ = std::make_unique<tavpanel::PanelEmulator>(eo);
         if (!panel_->start()) {
@@ -213,7 +178,7 @@ Sandbox::~Sandbox() {
     if (root_.empty()) {
         return;
     }
-    if (opts_.keep_root || ::testing::Test::HasFailure()) {
+    if (::testing::Test::HasFailure()) {
         std::fprintf(stderr, "[ sandbox  ] kept %s\n", root_.c_str());
         return;
     }
@@ -255,15 +220,10 @@ pid_t Sandbox::spawn(const std::vector<std::string>& argv, const std::vector<std
     return pid;
 }
 
-bool Sandbox::start_core(const std::string& chassis, int startup_delay_ms, ms timeout) {
-    std::vector<std::string> argv{TAV_BIN_DIR "/tav_matrix_core", "--root", root_};
-    if (!chassis.empty()) {
-        argv.insert(argv.end(), {"--chassis", chassis});
-    }
-    if (startup_delay_ms > 0) {
-        argv.insert(argv.end(), {"--startup-delay-ms", std::to_string(startup_delay_ms)});
-    }
-    ::unlink((root_ + "/var/run/tav_matrix.sock").c_str());
+bool Sandbox::start_core(ms timeout) {
+    const std::vector<std::string> argv{TAV_BIN_DIR "/tav_matrix_core", "--root", root_};
+    const fs::path sock = fs::path(root_) / "var/run/tav_matrix.sock";
+    fs::remove(sock);
     core_ = spawn(argv, {"TAV_ROOT=" + root_}, root_ + "/core.out");
     if (core_ < 0) {
         return false;
@@ -275,7 +235,7 @@ bool Sandbox::start_core(const std::string& chassis, int startup_delay_ms, ms ti
             core_ = -1;
             return false; // ended before serving
         }
-        if (has_socket_below(fs::path(root_) / "var/run") || has_socket_below(root_)) {
+        if (fs::is_socket(sock)) {
             return true;
         }
         std::this_thread::sleep_for(20ms);
@@ -329,7 +289,6 @@ bool Sandbox::start_program(const std::vector<std::string>& extra_env, int stdin
     std::vector<std::string> env = program_env();
     env.insert(env.end(), {"TAV_ROOT=" + root_, "TAV_SYSLOG_FILE=" + root_ + "/syslog.txt"});
     env.insert(env.end(), extra_env.begin(), extra_env.end());
-    program_start_ = std::chrono::steady_clock::now();
     program_ = spawn(program_argv(), env, root_ + "/program.out", stdin_fd);
     return program_ > 0;
 }
@@ -344,18 +303,13 @@ std::optional<int> Sandbox::wait_program_exit(ms timeout) {
     }
     auto st = wait_child(program_, timeout);
     if (st) {
-        run_time_ = std::chrono::duration<double>(std::chrono::steady_clock::now() - program_start_)
-                        .count();
         program_ = -1;
     }
     return st;
 }
 
 bool Sandbox::program_running() {
-    if (program_ <= 0) {
-        return false;
-    }
-    return !wait_program_exit(ms(0)).has_value();
+    return program_ > 0 && !wait_program_exit(ms(0)).has_value();
 }
 
 CmdResult Sandbox::ctl(const std::vector<std::string>& args, ms timeout) const {
@@ -396,13 +350,14 @@ bool Sandbox::wait_home_page(ms timeout) const {
         return false;
     }
     // LEFT, RIGHT and MENU lit (LED 31 with the LCD), nothing else, and the
-    // video switch status lines on the LCD.
+    // video switch status lines on the LCD (both: the paced line brings the
+    // second a few milliseconds after the first).
     constexpr uint32_t scene =
         (1u << tavpanel::KEY_LEFT) | (1u << tavpanel::KEY_RIGHT) | (1u << tavpanel::KEY_MENU);
     return panel_->wait_for(
         [&](const tavpanel::PanelState& s) {
             const bool leds = (s.led_steady & ~(1u << tavpanel::LED_LCD)) == scene;
-            return leds && s.lcd[0].rfind("VOSW: ", 0) == 0;
+            return leds && s.lcd[0].rfind("VOSW: ", 0) == 0 && s.lcd[1].rfind("VISW: ", 0) == 0;
         },
         timeout);
 }

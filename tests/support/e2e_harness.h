@@ -29,8 +29,6 @@ struct SandboxOptions {
     bool start_panel = true;   // no panel: no dev/ttyPSC3 at all
     bool silent_panel = false; // the panel never answers the handshake
     int baud = 19200;          // the panel line's pace (0: bytes move at once)
-    uint8_t fw_main = 1, fw_minor = 2, fw_build_hi = 0, fw_build_lo = 3;
-    bool keep_root = false; // keep the sandbox directory (for debugging)
 };
 
 // The program's command line and extra environment as the TAV_E2E_*
@@ -55,12 +53,11 @@ class Sandbox {
     void write_file(const std::string& rel, const std::string& content) const;
     std::string read_file(const std::string& rel) const;
     tavpanel::PanelEmulator& panel() { return *panel_; }
-    bool has_panel() const { return panel_ != nullptr; }
 
     // The simulated core; waits until it serves (its socket exists), at most
     // `timeout`. False when it did not come up. A socket left by a core that
     // was killed is removed first, so only the new instance's counts.
-    bool start_core(const std::string& chassis = "", int startup_delay_ms = 0, ms timeout = 10s);
+    bool start_core(ms timeout = 10s);
     // Ends the core with `sig` (SIGKILL: as a crash, leaving its socket).
     void stop_core(int sig = SIGTERM);
 
@@ -73,8 +70,6 @@ class Sandbox {
     // Exit status (or -signal) once it ended within `timeout`.
     std::optional<int> wait_program_exit(ms timeout);
     bool program_running();
-    // Seconds from start_program to the exit seen by wait_program_exit.
-    double program_run_time() const { return run_time_; }
 
     // tav_matrix_ctl --root <root> args...; waits at most `timeout`.
     CmdResult ctl(const std::vector<std::string>& args, ms timeout = 10s) const;
@@ -97,8 +92,6 @@ class Sandbox {
     std::unique_ptr<tavpanel::PanelEmulator> panel_;
     pid_t core_ = -1;
     pid_t program_ = -1;
-    std::chrono::steady_clock::time_point program_start_{};
-    double run_time_ = 0;
 };
 
 // Runs a command (argv) with `env` added, returning status and stdout.

@@ -4,9 +4,11 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <initializer_list>
 #include <map>
+#include <numeric>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -40,21 +42,13 @@ inline uint32_t leds(std::initializer_list<int> ids) {
     return m;
 }
 constexpr uint32_t kLcdLed = uint32_t{1} << tavpanel::LED_LCD;
-// LEFT, RIGHT and MENU: the status and list pages.
-inline const uint32_t kStatusLeds = leds({KEY_LEFT, KEY_RIGHT, KEY_MENU});
 
 // A port line: the 6-character head, then one two-digit slot per number
 // (0: a blank slot), blanks up to 40 columns.
 inline std::string port_line(const std::string& head, const std::vector<int>& ports) {
     std::string l = head;
     for (int p : ports) {
-        char slot[16];
-        if (p > 0) {
-            std::snprintf(slot, sizeof slot, "%02d ", p);
-        } else {
-            std::snprintf(slot, sizeof slot, "   ");
-        }
-        l += slot;
+        l += p <= 0 ? "   " : (p < 10 ? "0" : "") + std::to_string(p) + " ";
     }
     l.resize(40, ' ');
     return l;
@@ -62,39 +56,20 @@ inline std::string port_line(const std::string& head, const std::vector<int>& po
 
 // n consecutive numbers from `first`.
 inline std::vector<int> seq(int first, int n) {
-    std::vector<int> v;
-    for (int i = 0; i < n; ++i) {
-        v.push_back(first + i);
-    }
+    std::vector<int> v(static_cast<size_t>(n));
+    std::iota(v.begin(), v.end(), first);
     return v;
 }
 
-// The panel's picture after each frame the program sent, with the frame.
-struct Shot {
-    double t = 0;
-    tavpanel::FrameKind kind = tavpanel::FrameKind::unknown;
-    std::vector<uint8_t> bytes;
-    tavpanel::PanelState st;
-};
-
-inline std::vector<Shot> replay(const std::vector<tavpanel::Frame>& frames) {
-    std::vector<Shot> out;
+// The panel's picture after each frame the program sent.
+inline std::vector<tavpanel::PanelState> replay(const std::vector<tavpanel::Frame>& frames) {
+    std::vector<tavpanel::PanelState> out;
     tavpanel::PanelState st;
     for (const auto& f : frames) {
         tavpanel::PanelModel::decode(f.bytes, st);
-        out.push_back({f.t, f.kind, f.bytes, st});
+        out.push_back(st);
     }
     return out;
-}
-
-// Index of the first shot at or after `from` that satisfies `pred`, or -1.
-template <class Pred> long find_shot(const std::vector<Shot>& shots, size_t from, Pred pred) {
-    for (size_t i = from; i < shots.size(); ++i) {
-        if (pred(shots[i].st)) {
-            return static_cast<long>(i);
-        }
-    }
-    return -1;
 }
 
 inline bool shows(const tavpanel::PanelState& s, const std::string& top,
@@ -105,11 +80,7 @@ inline bool shows(const tavpanel::PanelState& s, const std::string& top,
 // Both LCD lines for a failure message.
 inline std::string lcd_of(const tavpanel::PanelState& s) {
     std::string b1 = s.lcd[1];
-    for (char& c : b1) {
-        if (c == '\0') {
-            c = '@';
-        }
-    }
+    std::replace(b1.begin(), b1.end(), '\0', '@');
     std::ostringstream o;
     o << "\n  |" << s.lcd[0] << "|\n  |" << b1 << "|  cursor " << s.cursor_line << ","
       << s.cursor_col << " leds 0x" << std::hex << s.led_steady << " blink 0x" << s.led_blink;
@@ -135,24 +106,23 @@ inline std::map<int, Route> core_routes(const Sandbox& sb) {
     return r;
 }
 
-// Waits until both LCD lines read `top` / `bottom`.
-inline ::testing::AssertionResult wait_lines(Sandbox& sb, const std::string& top,
-                                             const std::string& bottom, ms timeout = 5s) {
-    if (sb.panel().wait_for([&](const auto& s) { return shows(s, top, bottom); }, timeout)) {
-        return ::testing::AssertionSuccess();
-    }
-    return ::testing::AssertionFailure() << "the panel shows" << lcd_of(sb.panel().state())
-                                         << "\nexpected\n  |" << top << "|\n  |" << bottom << "|";
-}
-
 // Waits until the panel's picture satisfies `pred`.
 template <class Pred>
-::testing::AssertionResult wait_state(Sandbox& sb, Pred pred, const char* what, ms timeout = 5s) {
+::testing::AssertionResult wait_state(Sandbox& sb, Pred pred, const std::string& what,
+                                      ms timeout = 5s) {
     if (sb.panel().wait_for(pred, timeout)) {
         return ::testing::AssertionSuccess();
     }
     return ::testing::AssertionFailure()
            << "waiting for " << what << "; the panel shows" << lcd_of(sb.panel().state());
+}
+
+// Waits until both LCD lines read `top` / `bottom`.
+inline ::testing::AssertionResult wait_lines(Sandbox& sb, const std::string& top,
+                                             const std::string& bottom, ms timeout = 5s) {
+    return wait_state(
+        sb, [&](const auto& s) { return shows(s, top, bottom); },
+        "\n  |" + top + "|\n  |" + bottom + "|\n", timeout);
 }
 
 // Core, panel and program up, home page shown.
@@ -169,21 +139,6 @@ inline ::testing::AssertionResult bring_up(Sandbox& sb) {
                << "no home page within 60 s" << lcd_of(sb.panel().state());
     }
     return ::testing::AssertionSuccess();
-}
-
-// The core's log of library calls that start with one of `prefixes`.
-inline std::vector<std::string> core_calls(const Sandbox& sb,
-                                           const std::vector<std::string>& prefixes) {
-    std::vector<std::string> args{"log"};
-    args.insert(args.end(), prefixes.begin(), prefixes.end());
-    std::vector<std::string> out;
-    std::istringstream in(sb.ctl(args).out);
-    for (std::string line; std::getline(in, line);) {
-        if (!line.empty()) {
-            out.push_back(line);
-        }
-    }
-    return out;
 }
 
 } // namespace tave2e

@@ -25,25 +25,13 @@ std::string args(std::initializer_list<int32_t> list) {
 void log_call(const std::string& name, std::initializer_list<int32_t> list) {
     g_state.calls.push_back(name + args(list));
 }
-Port* port(int32_t p) {
-    return p < 1 || p >= static_cast<int32_t>(g_state.ports.size())
-               ? nullptr
-               : &g_state.ports[static_cast<size_t>(p)];
-}
 // Direction of port p for video or audio; a table rebuild starts at port 1.
-int32_t pipe_io(int32_t p, bool video) {
+int32_t pipe_io(int32_t p, bool video, bool active) {
     return locked([&] {
         if (p == 1) {
             g_state.table_trace.push_back(video ? "video_table" : "audio_table");
         }
-        Port* x = port(p);
-        return x ? (video ? x->vio : x->aio) : int32_t{em_matrix_unknown};
-    });
-}
-int32_t switch_state(int32_t p, bool video) {
-    return locked([&] {
-        Port* x = port(p);
-        return x ? (video ? x->vroute : x->aroute) : 0;
+        return tavsim::port_dir(g_state, p, !video, active);
     });
 }
 int32_t logged(const char* name, std::initializer_list<int32_t> list) {
@@ -52,12 +40,21 @@ int32_t logged(const char* name, std::initializer_list<int32_t> list) {
         return 0;
     });
 }
-int32_t stash(const char* name, int32_t in, int32_t out, bool video) {
+// A route set or stashed: checked, then held until the done call.
+int32_t route(const char* name, int32_t in, int32_t out, bool video) {
     return locked([&] {
         log_call(name, {in, out});
-        if (Port* x = port(out)) {
-            (video ? x->vroute : x->aroute) = in;
+        const int32_t rc = tavsim::check_route(g_state, !video, in, out);
+        if (rc == 0) {
+            (video ? g_state.batch.video : g_state.batch.audio)[out] = in;
         }
+        return rc;
+    });
+}
+int32_t switch_done(const char* name, bool video) {
+    return locked([&] {
+        log_call(name, {});
+        tavsim::apply_batch(g_state, !video, g_state.batch);
         return 0;
     });
 }
@@ -76,14 +73,22 @@ void reset() {
 
 void make_device(int n_in, int n_out, bool audio) {
     locked([&] {
-        for (int i = 1; i < static_cast<int>(g_state.ports.size()); ++i) {
+        for (int i = 1; i <= tavsim::kMaxPorts; ++i) {
             const int32_t dir = i <= n_in           ? em_matrix_in
                                 : i <= n_in + n_out ? em_matrix_out
                                                     : em_matrix_unknown;
-            g_state.ports[static_cast<size_t>(i)] =
-                Port{dir, audio ? dir : em_matrix_unknown, 0, 0};
+            g_state.port[i] = tavsim::Port{};
+            g_state.port[i].vdir = dir;
+            g_state.port[i].adir = audio ? dir : em_matrix_unknown;
         }
         g_state.device_type = n_in + n_out;
+    });
+}
+
+void set_card(int slot, int32_t status) {
+    locked([&] {
+        g_state.cards.at(static_cast<size_t>(slot)).defined = true;
+        g_state.cards.at(static_cast<size_t>(slot)).state = status;
     });
 }
 
@@ -131,40 +136,40 @@ int32_t tav_matrix_get_device_type(void*) {
     return locked([] { return g_state.device_type; });
 }
 int32_t tav_matrix_get_active_video_pipe_io(void*, int32_t p) {
-    return pipe_io(p, true);
+    return pipe_io(p, true, true);
 }
 int32_t tav_matrix_get_active_audio_pipe_io(void*, int32_t p) {
-    return pipe_io(p, false);
+    return pipe_io(p, false, true);
 }
 int32_t tav_matrix_get_video_pipe_io(void*, int32_t p) {
-    return pipe_io(p, true);
+    return pipe_io(p, true, false);
 }
 int32_t tav_matrix_get_audio_pipe_io(void*, int32_t p) {
-    return pipe_io(p, false);
+    return pipe_io(p, false, false);
 }
 int32_t tav_matrix_get_video_switch_state(void*, int32_t p) {
-    return switch_state(p, true);
+    return locked([&] { return tavsim::route_of(g_state, false, p); });
 }
 int32_t tav_matrix_get_audio_switch_state(void*, int32_t p) {
-    return switch_state(p, false);
+    return locked([&] { return tavsim::route_of(g_state, true, p); });
 }
 int32_t tav_matrix_set_video_switch(void*, int32_t in, int32_t out) {
-    return logged("set_video_switch", {in, out});
+    return route("set_video_switch", in, out, true);
 }
 int32_t tav_matrix_set_audio_switch(void*, int32_t in, int32_t out) {
-    return logged("set_audio_switch", {in, out});
+    return route("set_audio_switch", in, out, false);
 }
 int32_t tav_matrix_stash_video_switch_data(void*, int32_t in, int32_t out) {
-    return stash("stash_video_switch_data", in, out, true);
+    return route("stash_video_switch_data", in, out, true);
 }
 int32_t tav_matrix_stash_audio_switch_data(void*, int32_t in, int32_t out) {
-    return stash("stash_audio_switch_data", in, out, false);
+    return route("stash_audio_switch_data", in, out, false);
 }
 int32_t tav_matrix_set_video_switch_done(void*) {
-    return logged("set_video_switch_done", {});
+    return switch_done("set_video_switch_done", true);
 }
 int32_t tav_matrix_set_audio_switch_done(void*) {
-    return logged("set_audio_switch_done", {});
+    return switch_done("set_audio_switch_done", false);
 }
 int32_t tav_matrix_set_inner_signal_reboot_opt(void*, int32_t option) {
     return logged("set_inner_signal_reboot_opt", {option});
@@ -176,9 +181,9 @@ int32_t tav_matrix_set_inner_signal_lock_fp_opt(void*) {
 int32_t tav_matrix_get_port_edid(void*, int32_t p, int32_t kind, uint8_t* buf, int32_t len) {
     return locked([&] {
         log_call("get_port_edid", {p, kind, len});
-        auto it = g_state.edid.find({p, kind});
-        if (it != g_state.edid.end() && buf != nullptr && len > 0) {
-            memcpy(buf, it->second.data(), std::min(it->second.size(), static_cast<size_t>(len)));
+        const tavsim::Edid* e = tavsim::edid_of(g_state, p, kind);
+        if (e != nullptr && buf != nullptr && len > 0) {
+            memcpy(buf, e->data(), std::min(e->size(), static_cast<size_t>(len)));
         }
         return g_state.get_edid_result;
     });
@@ -186,8 +191,10 @@ int32_t tav_matrix_get_port_edid(void*, int32_t p, int32_t kind, uint8_t* buf, i
 int32_t tav_matrix_set_port_edid(void*, int32_t p, int32_t kind, uint8_t* buf, int32_t len) {
     return locked([&] {
         log_call("set_port_edid", {p, kind, len});
-        if (g_state.set_edid_result == 0 && buf != nullptr && len > 0) {
-            g_state.edid[{p, kind}] = std::vector<uint8_t>(buf, buf + len);
+        tavsim::Edid* e = tavsim::edid_of(g_state, p, kind);
+        if (g_state.set_edid_result == 0 && e != nullptr && buf != nullptr && len > 0) {
+            *e = tavsim::Edid{};
+            memcpy(e->data(), buf, std::min(e->size(), static_cast<size_t>(len)));
         }
         return g_state.set_edid_result;
     });
@@ -197,7 +204,6 @@ int32_t tav_matrix_register_inner_signal(void*, uint32_t mask, TAV_MATRIX_SIGNAL
     return locked([&] {
         log_call("register_inner_signal", {static_cast<int32_t>(mask)});
         g_state.callback = cb;
-        g_state.registered_mask = mask;
         return 0;
     });
 }
@@ -205,7 +211,6 @@ int32_t tav_matrix_unregister_inner_signal(void*, uint32_t mask) {
     return locked([&] {
         log_call("unregister_inner_signal", {static_cast<int32_t>(mask)});
         g_state.callback = nullptr;
-        g_state.registered_mask = 0;
         return 0;
     });
 }
@@ -222,22 +227,17 @@ int32_t tav_matrix_get_card_information(void*, int32_t slot, TAV_MATRIX_OBJ_CARD
     return locked([&] {
         log_call("get_card_information", {slot});
         g_state.table_trace.push_back("card" + args({slot}));
-        auto it = g_state.cards.find(slot);
-        if (card != nullptr && it != g_state.cards.end()) {
-            *card = it->second;
-        } else if (card != nullptr) {
-            memset(card, 0, sizeof *card);
-            card->slot_id = static_cast<uint32_t>(slot);
-            card->card_status = em_matrix_card_unknown;
+        if (card != nullptr) {
+            *card = tavsim::card_record(g_state, slot);
         }
         return g_state.card_result;
     });
 }
 int32_t tav_matrix_get_iap_process_slotID(void*) {
-    return locked([] { return g_state.iap_slot; });
+    return locked([] { return g_state.update_slot; });
 }
 int32_t tav_matrix_get_iap_process_PCT(void*, int32_t) {
-    return locked([] { return g_state.iap_pct; });
+    return locked([] { return g_state.update_pct; });
 }
 
 } // extern "C"

@@ -1,44 +1,33 @@
-// In-process stand-in for libtav_matrix.so used by the unit tests: a table of
-// ports, routes, cards, EDIDs and update progress, and a log of the calls.
+// In-process stand-in for libtav_matrix.so used by the unit tests: the
+// simulated core's chassis model (ports, routes, cards, EDIDs, update
+// progress) answered directly, forced results, and a log of the calls.
 #pragma once
 
-#include <array>
-#include <cstdint>
-#include <map>
 #include <mutex>
 #include <string>
-#include <utility>
 #include <vector>
 
+#include "sim_model.h"
 #include "tav_matrix.h"
 
 namespace fakematrix {
 
-struct Port {
-    int32_t vio = em_matrix_unknown; // video direction (EM_MATRIX_IO_TYPE)
-    int32_t aio = em_matrix_unknown; // audio direction
-    int32_t vroute = 0;              // video input routed to this output
-    int32_t aroute = 0;              // audio input routed to this output
-};
-
-struct State {
+// Ports without a card (slot 0) report the directions set here as they are,
+// whatever their value; a card's ports follow its state as in the core.
+struct State : tavsim::Chassis {
+    State() { ports = tavsim::kMaxPorts; }
     bool open_fails = false;
     int open_calls = 0;
     int32_t device_type = 0;
-    std::array<Port, 257> ports{}; // index = port number (1-based)
     // Calls in order, e.g. "set_video_switch(3,12)", "set_video_switch_done()".
     std::vector<std::string> calls;
+    tavsim::Batch batch; // routes set or stashed, applied by the done calls
     TAV_MATRIX_OBJ_SIGNAL_FLAG signal{};
     int32_t signal_result = 0;
-    std::map<int32_t, TAV_MATRIX_OBJ_CARD> cards;
     int32_t card_result = 0;
-    int32_t iap_slot = 0;
-    int32_t iap_pct = 0;
-    std::map<std::pair<int32_t, int32_t>, std::vector<uint8_t>> edid; // (port, kind)
     int32_t get_edid_result = 0;
     int32_t set_edid_result = 0;
     TAV_MATRIX_SIGNAL_CALLBACK callback = nullptr;
-    uint32_t registered_mask = 0;
     int signal_fetches = 0; // calls of get_inner_signal_information
     // Port-table rebuilds and card queries in order: "video_table" /
     // "audio_table" when the direction of port 1 is asked (each rebuild
@@ -54,6 +43,8 @@ void reset();
 // Ports 1..n_in are inputs, n_in+1..n_in+n_out outputs, for video and (when
 // `audio`) audio; device_type = n_in + n_out; no routes.
 void make_device(int n_in, int n_out, bool audio = true);
+// A card in `slot` in the given state (EM_MATRIX_CARD_STATE).
+void set_card(int slot, int32_t status);
 // Stores the signal record and calls the registered callback as the library
 // would (outside the fake's mutex); returns false when none is registered.
 bool raise_signal(uint32_t bits, uint32_t src_parameter);

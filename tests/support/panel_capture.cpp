@@ -110,12 +110,6 @@ std::vector<std::string> PanelCapture::take_hex() {
     return out;
 }
 
-void PanelCapture::send(const std::vector<uint8_t>& bytes) {
-    if (write(master_, bytes.data(), bytes.size()) != static_cast<ssize_t>(bytes.size())) {
-        throw std::runtime_error("panel write failed");
-    }
-}
-
 void reopen_port() {
     if (!tav_port_is_open()) {
         int8_t param[128] = {};

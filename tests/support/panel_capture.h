@@ -31,8 +31,6 @@ class PanelCapture {
         drain();
         return model_.garbage_bytes();
     }
-    // Writes bytes as the panel would.
-    void send(const std::vector<uint8_t>& bytes);
     const std::string& root() const { return root_; }
 
   private:

@@ -6,16 +6,20 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/prctl.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <numeric>
 #include <string>
 #include <thread>
 #include <vector>
@@ -60,6 +64,45 @@ inline std::vector<std::string> log_lines() {
     return file_lines(root() + "/syslog.txt");
 }
 
+// A child process that holds a whole-file write lock on `path` until it is
+// killed (at the latest after a minute).
+class LockHolder {
+  public:
+    explicit LockHolder(const std::string& path) {
+        int ready[2];
+        if (pipe(ready) != 0)
+            return;
+        pid_ = fork();
+        if (pid_ == 0) {
+            prctl(PR_SET_PDEATHSIG, SIGKILL);
+            const int fd = open(path.c_str(), O_RDWR | O_CREAT, 0644);
+            struct flock fl {};
+            fl.l_type = F_WRLCK;
+            const char ok = fd >= 0 && fcntl(fd, F_SETLK, &fl) == 0;
+            if (write(ready[1], &ok, 1) == 1)
+                sleep(60);
+            _exit(0);
+        }
+        close(ready[1]);
+        char ok = 0;
+        locked_ = read(ready[0], &ok, 1) == 1 && ok == 1;
+        close(ready[0]);
+    }
+    ~LockHolder() {
+        if (pid_ > 0) {
+            kill(pid_, SIGKILL);
+            waitpid(pid_, nullptr, 0);
+        }
+    }
+    pid_t pid() const { return pid_; }
+    bool locked() const { return locked_; }
+    bool still_holding() const { return waitpid(pid_, nullptr, WNOHANG) == 0; }
+
+  private:
+    pid_t pid_ = -1;
+    bool locked_ = false;
+};
+
 // Polls `done` every 5 ms until it holds, for at most `ms`; whether it held.
 template <class F> bool wait_until(F done, int ms = 3000) {
     for (int i = 0; i < ms / 5 && !done(); ++i)
@@ -77,9 +120,8 @@ inline void set_row(int r, std::string text) {
     memcpy(MENU_ITEM_STR[r], text.data(), 40);
 }
 inline std::vector<int> range(int first, int last) {
-    std::vector<int> v;
-    for (int i = first; i <= last; i++)
-        v.push_back(i);
+    std::vector<int> v(static_cast<size_t>(std::max(0, last - first + 1)));
+    std::iota(v.begin(), v.end(), first);
     return v;
 }
 
@@ -113,22 +155,20 @@ inline void set_button(char k) {
 struct Pause {
     uint32_t ms;
     std::string top, bottom;
+    bool operator==(const Pause&) const = default;
+    friend void PrintTo(const Pause& p, std::ostream* os) {
+        *os << p.ms << " ms |" << p.top << "|" << p.bottom << "|";
+    }
 };
-inline std::vector<Pause>& pauses() {
-    static std::vector<Pause> p;
-    return p;
-}
-inline uint32_t& fake_now() {
-    static uint32_t t = 0;
-    return t;
-}
+inline std::vector<Pause> g_pauses;
+inline uint32_t g_fake_now = 0;
 inline uint32_t fake_clock() {
-    return fake_now();
+    return g_fake_now;
 }
 inline void fake_sleep(uint32_t ms) {
-    fake_now() += ms;
+    g_fake_now += ms;
     const auto& st = tavtest::PanelCapture::get().state();
-    pauses().push_back({ms, st.lcd[0], st.lcd[1]});
+    g_pauses.push_back({ms, st.lcd[0], st.lcd[1]});
 }
 
 struct Ports {
@@ -163,7 +203,7 @@ class MenuTest : public ::testing::Test {
         g_tav_lock = false;
         g_tav_lcd = true;
         fakematrix::state().calls.clear();
-        pauses().clear();
+        g_pauses.clear();
         tavtest::PanelCapture::get().clear();
     }
     void TearDown() override {
@@ -176,14 +216,14 @@ class MenuTest : public ::testing::Test {
     // The ports of each kind in the fake library and the engine's tables,
     // then the switching modules' start state on the home page.
     void device(const Ports& video, const Ports& audio) {
-        auto& ports = fakematrix::state().ports;
+        auto& ports = fakematrix::state().port;
         ports = {};
         int top = 1;
         for (bool v : {true, false}) {
             const Ports& p = v ? video : audio;
             for (bool in : {true, false}) {
                 for (int n : in ? p.in : p.out) {
-                    (v ? ports[n].vio : ports[n].aio) = in ? em_matrix_in : em_matrix_out;
+                    (v ? ports[n].vdir : ports[n].adir) = in ? em_matrix_in : em_matrix_out;
                     top = std::max(top, n);
                 }
             }
@@ -216,13 +256,7 @@ class MenuTest : public ::testing::Test {
     static std::string lcd(int line) { return panel().lcd[line]; }
     static std::vector<std::string> calls() { return fakematrix::state().calls; }
     static bool redraw_requested() { return g_tav_menu_event == EVENT_UPDATE; }
-    static void set_card(int slot, int32_t status) {
-        std::lock_guard<std::mutex> g(fakematrix::mutex());
-        TAV_MATRIX_OBJ_CARD c{};
-        c.slot_id = static_cast<uint32_t>(slot);
-        c.card_status = status;
-        fakematrix::state().cards[slot] = c;
-    }
+    static void set_card(int slot, int32_t status) { fakematrix::set_card(slot, status); }
     static std::vector<std::string> trace() {
         std::lock_guard<std::mutex> g(fakematrix::mutex());
         return fakematrix::state().table_trace;

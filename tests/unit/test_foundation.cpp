@@ -4,8 +4,6 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <pthread.h>
-#include <sys/prctl.h>
-#include <sys/wait.h>
 #include <termios.h>
 #include <unistd.h>
 
@@ -50,63 +48,16 @@ struct Pty {
     std::string slave;
 };
 
-// A child process that holds a whole-file write lock on `path` until it is
-// killed (at the latest after `hold_ms`).
-class LockHolder {
-  public:
-    LockHolder(const std::string& path, int hold_ms) {
-        int ready[2];
-        if (pipe(ready) != 0)
-            return;
-        pid_ = fork();
-        if (pid_ == 0) {
-            prctl(PR_SET_PDEATHSIG, SIGKILL);
-            int fd = open(path.c_str(), O_RDWR | O_CREAT, 0644);
-            struct flock fl {};
-            fl.l_type = F_WRLCK;
-            char ok = (fd >= 0 && fcntl(fd, F_SETLK, &fl) == 0) ? 1 : 0;
-            if (write(ready[1], &ok, 1) == 1)
-                usleep(static_cast<useconds_t>(hold_ms) * 1000);
-            _exit(0);
-        }
-        close(ready[1]);
-        char ok = 0;
-        locked_ = read(ready[0], &ok, 1) == 1 && ok == 1;
-        close(ready[0]);
-    }
-    ~LockHolder() {
-        if (pid_ > 0) {
-            kill(pid_, SIGKILL);
-            waitpid(pid_, nullptr, 0);
-        }
-    }
-    pid_t pid() const { return pid_; }
-    bool locked() const { return locked_; }
-
-  private:
-    pid_t pid_ = -1;
-    bool locked_ = false;
-};
-
 TEST(BaseTool, StampDifferenceIsTheElapsedTimeAcrossTheWrap) {
-    struct Case {
-        time_t sec0;
-        suseconds_t usec0;
-        time_t sec1;
-        suseconds_t usec1;
-        uint32_t diff;
-    };
+    // Two times as {seconds, microseconds}, the milliseconds between them;
     // 4294967.296 s is 2^32 ms.
-    for (const Case& c :
-         {Case{100, 0, 101, 500000, 1500}, Case{4294966, 500000, 4294968, 0, 1500},
-          Case{4294967, 296000, 4294967, 297999, 1}, Case{8589933, 0, 8589934, 999999, 1999}}) {
-        struct timeval a {
-            c.sec0, c.usec0
-        };
-        struct timeval b {
-            c.sec1, c.usec1
-        };
-        EXPECT_EQ(static_cast<uint32_t>(tav_btool_stamp_of(&b) - tav_btool_stamp_of(&a)), c.diff);
+    using Tv = struct timeval;
+    const std::tuple<Tv, Tv, uint32_t> cases[] = {{{100, 0}, {101, 500000}, 1500},
+                                                  {{4294966, 500000}, {4294968, 0}, 1500},
+                                                  {{4294967, 296000}, {4294967, 297999}, 1},
+                                                  {{8589933, 0}, {8589934, 999999}, 1999}};
+    for (auto [a, b, diff] : cases) {
+        EXPECT_EQ(static_cast<uint32_t>(tav_btool_stamp_of(&b) - tav_btool_stamp_of(&a)), diff);
     }
 }
 
@@ -138,7 +89,7 @@ TEST(BaseTool, ShellRunnerStatusLogAndIgnoredChildren) {
     };
     for (const Run& r : {Run{"printf early; exec sleep 30", -1, "old", 1},
                          Run{"echo early; exec sleep 30", 0, "early\n", 1},
-                         Run{"echo early; sleep 30 & exit 0", 0, "early\n", 0}}) {
+                         Run{"echo early; sleep 5 2>/dev/null & exit 0", 0, "early\n", 0}}) {
         char line[32] = "old";
         fresh_log();
         EXPECT_EQ(tav_btool_run(r.cmd, line, sizeof line, 200), r.result) << r.cmd;
@@ -248,9 +199,12 @@ TEST_F(BaseUart, EdgesOfTheLine) {
     EXPECT_EQ(cfgetospeed(&static_cast<const struct termios&>(attrs())), static_cast<speed_t>(B0));
     fresh_log();
     EXPECT_EQ(tav_buart_set_speed(fd_, 12345), -150);
-    EXPECT_EQ(cfgetospeed(&static_cast<const struct termios&>(attrs())), static_cast<speed_t>(B38400));
+    EXPECT_EQ(cfgetospeed(&static_cast<const struct termios&>(attrs())),
+              static_cast<speed_t>(B38400));
     ASSERT_EQ(log_lines().size(), 1u);
-    EXPECT_EQ(log_lines()[0].rfind("11\tfunc=[tav_buart_set_speed]ioctl  Get configurations  error(", 0), 0u);
+    EXPECT_EQ(
+        log_lines()[0].rfind("11\tfunc=[tav_buart_set_speed]ioctl  Get configurations  error(", 0),
+        0u);
     unsetenv("TAV_SYSLOG_FILE");
     ASSERT_EQ(tav_buart_set_block(fd_, false), 0);
     char buf[8];
@@ -284,13 +238,10 @@ TEST_F(PidFile, WritesTheBinaryPidAndWaitsOnlyForAHeldLock) {
     EXPECT_THAT(log_lines(),
                 Contains("11\tfunc=[tav_pidf_wait_depend]open depend " +
                          pid_path("tav_no_such_dep") + ",err:No such file or directory"));
-    unsigned char raw[8];
-    const int in = open(own_.c_str(), O_RDONLY);
-    EXPECT_EQ(read(in, raw, sizeof raw), 4);
-    close(in);
-    pid_t stored;
-    memcpy(&stored, raw, sizeof stored);
-    EXPECT_EQ(stored, getpid()); // machine byte order
+    std::ifstream in(own_, std::ios::binary);
+    const pid_t self = getpid(); // in machine byte order
+    EXPECT_EQ(std::string(std::istreambuf_iterator<char>(in), {}),
+              std::string(reinterpret_cast<const char*>(&self), sizeof self));
     const int again = tav_pidf_open("tav_no_such_dep"); // locks are per process
     EXPECT_GE(again, 0);
     tav_pidf_close(again);
@@ -303,7 +254,7 @@ TEST_F(PidFile, WritesTheBinaryPidAndWaitsOnlyForAHeldLock) {
 }
 
 TEST_F(PidFile, SecondInstanceIsRefusedAtOnce) {
-    LockHolder first(own_, 60000);
+    mtest::LockHolder first(own_);
     ASSERT_TRUE(first.locked());
     EXPECT_EQ(tav_pidf_open("tav_no_such_dep"), -1);
     const auto lines = log_lines();
@@ -374,11 +325,12 @@ TEST_F(ThreadsLifecycle, DescriptorsAreClosedOnExec) {
 }
 
 TEST_F(ThreadsLifecycle, StopSignalInterruptsTheDependencyWait) {
-    LockHolder holder(root() + "/var/run/tav_sig_dep.pid", 60000);
+    mtest::LockHolder holder(root() + "/var/run/tav_sig_dep.pid");
     ASSERT_TRUE(holder.locked());
     fresh_log();
     const int others[] = {SIGHUP, SIGQUIT, SIGUSR1, SIGUSR2, SIGPIPE, SIGALRM, SIGTSTP};
-    struct sigaction dfl {}, started[7];
+    struct sigaction dfl {
+    }, started[7];
     dfl.sa_handler = SIG_DFL;
     for (int i = 0; i < 7; ++i) // a shell may have started the tests with some ignored
         sigaction(others[i], &dfl, &started[i]);

@@ -13,14 +13,13 @@ using mtest::row;
 namespace {
 
 constexpr uint32_t kT0 = 4000000000u;
-uint32_t g_now;
-std::vector<uint32_t> g_sleeps;
-uint32_t fake_now() {
-    return g_now;
-}
-void fake_sleep(uint32_t ms) {
-    g_sleeps.push_back(ms);
-    g_now += ms;
+uint32_t& g_now = mtest::g_fake_now;
+// The lengths of the engine's pauses so far.
+std::vector<uint32_t> sleeps() {
+    std::vector<uint32_t> v;
+    for (const auto& p : mtest::g_pauses)
+        v.push_back(p.ms);
+    return v;
 }
 
 // Calls of the tick handlers: which one, at which fake time, at which second.
@@ -38,14 +37,14 @@ class MenuControl : public ::testing::Test {
         tavtest::reopen_port();
         mtest::fresh_log();
         fakematrix::reset();
-        tav_menu_ctl_set_time_source(fake_now, fake_sleep);
+        tav_menu_ctl_set_time_source(mtest::fake_clock, mtest::fake_sleep);
         tav_menu_ctl_set_tick_handlers(&kRecorders);
         g_tav_event.store(0);
         g_tav_keyval.store(TAV_KEY_NULL);
         tav_key_var_init();
         tav_menu_ctl_init();
         g_now = kT0; // the set-up may pause (the versions are published)
-        g_sleeps.clear();
+        mtest::g_pauses.clear();
         g_ticks.clear();
         tav_menu_clear_timer_counter();
         tavtest::PanelCapture::get().clear();
@@ -103,7 +102,7 @@ TEST_F(MenuControl, SilentPanelGetsAHandshakeEverySecondAndAMessageAfterTwenty) 
     EXPECT_EQ(at, (std::vector<uint32_t>{19000, 41000}));
     size_t handshakes = 0;
     for (const auto& f : tavtest::PanelCapture::get().frames()) {
-        handshakes += f.kind == tavpanel::FrameKind::handshake;
+        handshakes += f.kind == TAV_COM_KIND_HANDSHAKE;
     }
     EXPECT_EQ(handshakes, 40u);
 }
@@ -152,27 +151,27 @@ TEST_F(MenuControl, OpenThenSelfCheckThenLoadMainThenHome) {
     run_until([] { return g_tav_menu_event == EVENT_SELF_CHECK; }, 5000);
     EXPECT_EQ(g_now - opened, 1000u);
     EXPECT_EQ(TAV_DEF_MAX_PORT, 8);
-    g_sleeps.clear();
+    mtest::g_pauses.clear();
     std::vector<uint32_t> leds;
     while (g_tav_menu_event == EVENT_SELF_CHECK && leds.size() < 40) {
         tav_menu_control();
         leds.push_back(tavtest::PanelCapture::get().state().led_steady);
     }
     ASSERT_EQ(leds.size(), 19u); // 18 steps half a second apart, then on
-    EXPECT_EQ(g_sleeps, std::vector<uint32_t>(18, 500));
+    EXPECT_EQ(sleeps(), std::vector<uint32_t>(18, 500));
     const int keys[18] = {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 0, 11, 14, 15, 16, 12, 13, -1};
     for (int i = 0; i < 18; ++i) {
         EXPECT_EQ(leds[i], (1u << 31) | (keys[i] >= 0 ? 1u << keys[i] : 0)) << "step " << i;
     }
     ASSERT_EQ(g_tav_menu_event, EVENT_LOADMAIN);
-    g_sleeps.clear();
+    mtest::g_pauses.clear();
     tav_menu_control();
     EXPECT_EQ(g_tav_menu, menu_vid_display);
     EXPECT_EQ(g_tav_menu_event, EVENT_UPDATE);
     EXPECT_EQ(g_tav_in_max, 3);
     EXPECT_EQ(g_tav_aud_out_max, 5);
-    EXPECT_EQ(g_sleeps.front(), 1000u);
-    EXPECT_EQ(g_sleeps.back(), 1000u);
+    EXPECT_EQ(sleeps().front(), 1000u);
+    EXPECT_EQ(sleeps().back(), 1000u);
     const auto l = log_lines();
     const auto wait = std::find(l.begin(), l.end(),
                                 "13\tfunc=[tav_menu_control]open pid file and wait,depend "
@@ -228,12 +227,14 @@ TEST_F(MenuControl, TenSecondsAfterTheLastKeyHomeOnceAndTheLcdIdle) {
     }
     // The return leaves the network, version and EDID menus on their first
     // page and field.
-    for (auto [menu, k] : {std::pair{menu_eth_select, TAV_KEY_2}, {menu_display_version, TAV_KEY_RIGHT},
+    for (auto [menu, k] : {std::pair{menu_eth_select, TAV_KEY_2},
+                           {menu_display_version, TAV_KEY_RIGHT},
                            {menu_edid_switch, TAV_KEY_0}}) {
         enter_normal(menu, true);
         tap(k);
     }
-    ASSERT_NE(tav_eth_get_sec() + tav_version_get_sec() + tav_menu_edid_get_state().sel_port_step, 0);
+    ASSERT_NE(tav_eth_get_sec() + tav_version_get_sec() + tav_menu_edid_get_state().sel_port_step,
+              0);
     run_until([] { return !g_tav_lcd; }, 20000);
     EXPECT_EQ(tav_eth_get_sec(), 0);
     EXPECT_EQ(tav_version_get_sec(), 0);
@@ -272,13 +273,13 @@ TEST_F(MenuControl, IdlePassWaitsForTheNextTick) {
     g_now += 300;
     EXPECT_EQ(tav_menu_ctl_wait_ms(), 700u);
     tav_menu_control();
-    EXPECT_EQ(g_sleeps, std::vector<uint32_t>{700});
+    EXPECT_EQ(sleeps(), std::vector<uint32_t>{700});
     EXPECT_EQ(tav_menu_ctl_get_count_10s(), 1);
     EXPECT_EQ(tav_menu_ctl_wait_ms(), 1000u);
     press(TAV_KEY_NULL);
     tav_menu_control(); // takes the key: nothing to wait for
     tav_menu_control(); // draws
-    EXPECT_EQ(g_sleeps.size(), 1u);
+    EXPECT_EQ(sleeps().size(), 1u);
     g_now -= 3600u * 1000u;
     EXPECT_EQ(tav_menu_ctl_wait_ms(), 0u);
     tav_menu_control();
@@ -295,7 +296,7 @@ TEST_F(MenuControl, UpdateMenuPollsEveryHundredMsAndKeepsTheKey) {
     EXPECT_EQ(g_now - kT0, 30000u);
     EXPECT_NE(tav_gethardkey_event() & TAV_EVENT_KEY, 0);
     EXPECT_EQ(g_tav_button.press, 0);
-    EXPECT_EQ(g_sleeps, std::vector<uint32_t>(600, 50));
+    EXPECT_EQ(sleeps(), std::vector<uint32_t>(600, 50));
 }
 
 } // namespace

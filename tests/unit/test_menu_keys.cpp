@@ -112,76 +112,73 @@ TEST(StartPort, ViewStartAfterASwitch) {
     }
 }
 
-// Every menu's keys: the menu reached from `from` by the `via` keys, then
-// `key` leads to `to` with a redraw, or changes nothing (STAY).
-constexpr TAV_ENUM_MENUSTATUS STAY = menu_spc;
-struct NavCase {
-    TAV_ENUM_MENUSTATUS from;
-    const char* via;
-    char key;
-    TAV_ENUM_MENUSTATUS to;
-};
+// The leave keys MENU, LEFT, BREAK, LOCK and DEFAULT of every menu, from the
+// menus' rules: MENU walks the main pages, and a page not on the walk goes on
+// as the page it belongs to; LEFT leaves only the sub-pages, one level up;
+// LOCK goes home, BREAK too but on the home page; DEFAULT opens the reset
+// menu but in it; a menu without a key handler has none. OWN: the menu's own
+// key. Each move is also taken through the dispatch.
+constexpr TAV_ENUM_MENUSTATUS OWN = TAV_MENU_STAY;
+using Pair = std::pair<TAV_ENUM_MENUSTATUS, TAV_ENUM_MENUSTATUS>;
 
-void PrintTo(const NavCase& c, std::ostream* os) {
-    *os << c.from << " " << c.via << " " << c.key;
+TAV_ENUM_MENUSTATUS second_of(const std::vector<Pair>& pairs, TAV_ENUM_MENUSTATUS m) {
+    for (const Pair& p : pairs)
+        if (p.first == m)
+            return p.second;
+    return OWN;
 }
 
-class Navigation : public MenuTest, public ::testing::WithParamInterface<NavCase> {};
-
-TEST_P(Navigation, KeyLeadsTo) {
-    const NavCase& c = GetParam();
+TEST_F(MenuTest, LeaveKeysOfEveryMenu) {
     device({range(1, 8), range(9, 20)}, {range(1, 8), range(9, 20)});
-    g_tav_menu = c.from;
-    keys(c.via);
-    const TAV_ENUM_MENUSTATUS at = g_tav_menu;
-    g_tav_menu_event = EVENT_NOMAL;
-    fakematrix::state().calls.clear();
-    const char k[2] = {c.key, 0};
-    keys(k);
-    EXPECT_EQ(g_tav_menu, c.to == STAY ? at : c.to);
-    if (c.to == STAY || c.from == menu_vid_display || c.from == menu_aud_display) {
-        EXPECT_EQ(redraw_requested(), c.to != STAY);
+    constexpr auto VD = menu_vid_display, SC = menu_shortcut, ES = menu_eth_select,
+                   ED = menu_eth_display, RS = menu_reset, VIO = meun_vid_io_display,
+                   AIO = meun_aud_io_display;
+    // clang-format off
+    const std::vector<Pair> walk = {{VD, VIO}, {VIO, menu_aud_display}, {menu_aud_display, AIO},
+        {AIO, SC}, {SC, ES}, {ES, RS}, {RS, menu_display_version}, {menu_display_version, VD}};
+    const std::vector<Pair> part_of = {{menu_vid_switch, VIO}, {menu_aud_switch, AIO},
+        {menu_switch_all, SC}, {menu_switch_vid_all, SC}, {menu_switch_aud_all, SC},
+        {menu_edid_switch, SC}, {ED, ES}, {menu_eth_ip, ES}, {menu_eth_mac, ES},
+        {menu_eth_gate, ES}, {menu_eth_mask, ES}};
+    const std::vector<Pair> up = {{menu_switch_all, SC}, {ED, ES}, {menu_eth_ip, ED},
+        {menu_eth_mac, ED}, {menu_eth_gate, ED}, {menu_eth_mask, ED}};
+    // clang-format on
+    const uint16_t press[] = {TAV_PRESS_MENU, TAV_PRESS_LEFT, TAV_PRESS_BREAK, TAV_PRESS_LOCK,
+                              TAV_PRESS_DEFAULT};
+    for (int i = 0; i <= menu_lock; ++i) {
+        const auto m = static_cast<TAV_ENUM_MENUSTATUS>(i);
+        const TAV_ENUM_MENUSTATUS owner = second_of(part_of, m);
+        const TAV_ENUM_MENUSTATUS next = second_of(walk, owner == OWN ? m : owner);
+        const bool keys_read = next != OWN; // every menu with a key handler is on the walk
+        const TAV_ENUM_MENUSTATUS to[5] = {next, second_of(up, m), m == VD || !keys_read ? OWN : VD,
+                                           keys_read ? VD : OWN, m == RS || !keys_read ? OWN : RS};
+        for (int k = 0; k < 5; ++k) {
+            EXPECT_EQ(tav_menu_ctl_leave_target(m, press[k]), to[k]) << m << " " << k;
+            if (to[k] == OWN)
+                continue;
+            g_tav_menu = m;
+            g_tav_menu_event = EVENT_NOMAL;
+            keys(std::string(1, "MLBKD"[k]).c_str());
+            EXPECT_EQ(g_tav_menu, to[k]) << m << " " << k;
+            EXPECT_TRUE(redraw_requested());
+        }
     }
-    EXPECT_TRUE(calls().empty());
+    // MENU, LOCK and BREAK leave the EDID entry and the reset steps cleared,
+    // DEFAULT keeps the entry; the reset menu always opens at its first step.
+    for (const char* k : {"M", "K", "B", "D"}) {
+        g_tav_menu = menu_edid_switch;
+        keys("1");
+        keys(k);
+        EXPECT_EQ(tav_menu_edid_get_state().src, *k == 'D' ? 1 : 0) << k;
+        g_tav_menu = RS;
+        keys("1");
+        keys(k);
+        EXPECT_EQ(tav_menu_reset_get_step(), *k == 'D' ? 1 : 0) << k;
+    }
+    g_tav_menu = VD;
+    keys("D");
+    EXPECT_EQ(tav_menu_reset_get_step(), 0);
 }
-
-constexpr auto VD = menu_vid_display, VL = meun_vid_io_display, AD = menu_aud_display,
-               AL = meun_aud_io_display, SC = menu_shortcut, SA = menu_switch_all,
-               ES = menu_eth_select, RS = menu_reset, VER = menu_display_version;
-// clang-format off
-INSTANTIATE_TEST_SUITE_P(Menus, Navigation, ::testing::Values(
-    NavCase{VD, "", 'M', VL}, NavCase{VD, "", 'K', VD}, NavCase{VD, "", 'B', STAY},
-    NavCase{VD, "", 'T', STAY}, NavCase{VD, "", 'D', RS},
-    NavCase{VL, "", 'M', AD}, NavCase{VL, "", 'B', VD}, NavCase{VL, "", 'T', STAY},
-    NavCase{VD, "1", 'L', VD}, NavCase{VD, "12", 'L', STAY}, NavCase{VD, "1", 'M', AD},
-    NavCase{VD, "12", 'B', VD}, NavCase{VD, "1", 'K', VD}, NavCase{VD, "12", 'T', STAY},
-    NavCase{VD, "1", 'D', RS},
-    NavCase{AD, "", 'M', AL}, NavCase{AD, "", 'B', VD}, NavCase{AD, "", 'T', STAY},
-    NavCase{AL, "", 'M', SC}, NavCase{AL, "", 'B', VD},
-    NavCase{AD, "1", 'L', AD}, NavCase{AD, "12", 'L', STAY}, NavCase{AD, "12", 'M', SC},
-    NavCase{AD, "1", 'B', VD}, NavCase{AD, "12", 'K', VD}, NavCase{AD, "12", 'D', RS},
-    NavCase{SC, "", '1', SA}, NavCase{SC, "", '7', menu_edid_switch}, NavCase{SC, "", '3', SC},
-    NavCase{SC, "", 'M', ES}, NavCase{SC, "", 'K', VD}, NavCase{SC, "", 'B', VD},
-    NavCase{SC, "", 'D', RS}, NavCase{SC, "", 'L', STAY}, 
-    NavCase{SC, "", 'T', STAY},
-    NavCase{SA, "", '1', menu_switch_vid_all}, NavCase{SA, "", '2', menu_switch_aud_all},
-    NavCase{SA, "", '3', STAY}, NavCase{SA, "", 'L', SC}, NavCase{SA, "", 'M', ES},
-    NavCase{SA, "", 'K', VD}, NavCase{SA, "", 'B', VD}, NavCase{SA, "", 'D', RS},
-    NavCase{SA, "", 'T', STAY},
-    NavCase{SA, "25", 'M', ES}, NavCase{SA, "15", 'K', VD}, NavCase{SA, "15", 'B', VD},
-    NavCase{SA, "25", 'D', RS},
-    NavCase{SC, "703", 'M', ES}, NavCase{SC, "703", 'B', VD}, NavCase{SC, "703", 'K', VD},
-    NavCase{SC, "703", 'D', RS}, NavCase{SC, "703", 'T', menu_edid_switch},
-    NavCase{ES, "", '3', STAY}, NavCase{ES, "", 'L', STAY}, 
-    NavCase{ES, "", 'M', RS}, NavCase{ES, "", 'D', RS},
-    NavCase{ES, "", 'B', VD}, NavCase{ES, "", 'K', VD},
-    NavCase{ES, "1", 'L', ES}, NavCase{ES, "1", '5', STAY}, NavCase{ES, "1", 'M', RS},
-    NavCase{ES, "1", 'B', VD}, NavCase{ES, "11", 'L', menu_eth_display}, NavCase{ES, "12", '2', STAY},
-    NavCase{ES, "14", 'D', RS}, NavCase{ES, "13", 'K', VD}, NavCase{ES, "13", 'R', STAY},
-    NavCase{RS, "1", 'B', VD}, NavCase{RS, "1", 'K', VD}, NavCase{RS, "", 'M', VER},
-    NavCase{VER, "R", 'M', VD}, NavCase{VER, "R", 'B', VD}, NavCase{VER, "R", 'K', VD},
-    NavCase{VER, "R", 'D', RS}, NavCase{VER, "R", 'T', STAY}));
-// clang-format on
 
 TEST_F(MenuTest, ShortcutMenuFollowsItsFlags) {
     bool_t* flags[] = {&g_tav_shortcut_key1, &g_tav_shortcut_key3, &g_tav_shortcut_key4,

@@ -145,18 +145,16 @@ TEST_F(Edid, CopyCallsAndBytes) {
         EXPECT_EQ(tool_calls("tav_echo_clean_edid").size(), c.cleans);
     }
     fakematrix::state().get_edid_result = fakematrix::state().set_edid_result = 0;
-    std::vector<uint8_t> src(300);
+    tavsim::Edid src;
     for (size_t i = 0; i < src.size(); ++i)
         src[i] = static_cast<uint8_t>(i * 7);
-    auto& edid = fakematrix::state().edid;
-    edid[{3, em_matrix_edid_in}] = src;
+    auto& port = fakematrix::state().port;
+    port[3].own = src;
     ASSERT_EQ(edid_copy_down(3, 5), 0);
-    EXPECT_EQ(edid[std::make_pair(5, int32_t{em_matrix_edid_in})],
-              std::vector<uint8_t>(src.begin(), src.begin() + 256));
-    ASSERT_EQ(edid_copy_down(0, 6), 0); // nothing read: the buffer's start, 0xFF then zeros
-    std::vector<uint8_t> blank(256, 0);
-    blank[0] = 0xFF;
-    EXPECT_EQ(edid[std::make_pair(6, int32_t{em_matrix_edid_in})], blank);
+    EXPECT_EQ(port[5].own, src);
+    fakematrix::state().default_edid = tavsim::make_edid("DEFAULT", 1);
+    ASSERT_EQ(edid_copy_down(0, 6), 0); // source 0: the default EDID
+    EXPECT_EQ(port[6].own, fakematrix::state().default_edid);
 }
 
 // Network display: the tool's first line, zero-padded into the page.
@@ -268,18 +266,6 @@ TEST_F(MenuTest, ResetStepsRequestsFlagFileAndPages) {
     setenv("TAV_ROOT", root().c_str(), 1);
     std::ifstream spaced_flag(spaced + "/tmp/tav_z8_reboot.flag");
     EXPECT_EQ(std::string(std::istreambuf_iterator<char>(spaced_flag), {}), "1\n");
-    // Leaving for the versions resets the step and reads the versions again;
-    // DEFAULT elsewhere opens the first step.
-    std::ofstream(root() + "/sim/quoral_version") << "3.10.42\n";
-    keys("M");
-    EXPECT_EQ(g_tav_menu, menu_display_version);
-    EXPECT_EQ(tav_menu_reset_get_step(), 0);
-    EXPECT_STREQ(g_tav_version.main_ver, "03.10.0042");
-    g_tav_menu = menu_reset;
-    keys("2T");
-    g_tav_menu = menu_eth_mask;
-    keys("D");
-    EXPECT_EQ(tav_menu_reset_get_step(), 0);
 }
 
 TEST(VersionText, PadsToTwoTwoFour) {
@@ -306,8 +292,8 @@ TEST_F(MenuTest, VersionsReadPublishedAndPaged) {
     EXPECT_EQ(tool_calls("tav_version"),
               (std::vector<std::string>{"quoral_version", "tav_keyboard_soft 01.01.0001",
                                         "tav_keyboard_hard 05.02.0010"}));
-    ASSERT_EQ(pauses().size(), 1u);
-    EXPECT_EQ(pauses()[0].ms, 1000u);
+    ASSERT_EQ(g_pauses.size(), 1u);
+    EXPECT_EQ(g_pauses[0].ms, 1000u);
     g_tav_menu = menu_display_version;
     const std::string lines[] = {"      MAIN APP VERSION  : 03.10.0042  >>",
                                  "<<    SOFT KEY VERSION  : 01.01.0001  >>",

@@ -101,7 +101,6 @@ const DispatchCase kDispatch[] = {
     {"VconAndSlot", menu_vid_display, VCON | SLOT, 3, em_matrix_card_normal, {V, C3, V}, menu_vid_display, true, 0},
     {"SlotThenVport", menu_vid_display, VPORT | SLOT, 3, em_matrix_card_online, {C3, V, V}, menu_hot_plug, true, 1},
     // The update display drops everything but the update's own signal.
-    {"UpdateDropsSlot", menu_update, SLOT | VCON, 3, em_matrix_card_online, {}, menu_update, false, 0},
     {"UpdateDropsReboot", menu_update, REBOOT | PARAM, 1, NO_CARD, {}, menu_update, false, 0},
     // Reboot options other than 1-3 are no notice.
     {"RebootZero", menu_vid_display, REBOOT, 0, NO_CARD, {}, menu_vid_display, false, 0},
@@ -144,7 +143,7 @@ struct UpdateSignalCase {
 };
 
 TEST_F(Signals, UpdateBeginsAndEnds) {
-    fakematrix::state().iap_slot = 5;
+    fakematrix::state().update_slot = 5;
     for (const UpdateSignalCase& c :
          {UpdateSignalCase{menu_vid_display, UPD, 0x8000, 0, menu_update, 0},
           UpdateSignalCase{menu_lock, UPD, 0x8005, 0, menu_update, 0},
@@ -153,7 +152,7 @@ TEST_F(Signals, UpdateBeginsAndEnds) {
           UpdateSignalCase{menu_update, UPD | VCON | SLOT | REBOOT, 1, 50, menu_update, 2}}) {
         SCOPED_TRACE(c.pct);
         tav_menu_updating_init();
-        fakematrix::state().iap_pct = c.pct;
+        fakematrix::state().update_pct = c.pct;
         g_tav_menu = c.menu;
         dispatch(c.bits, c.param);
         EXPECT_EQ(g_tav_menu, c.menu_after);
@@ -272,11 +271,11 @@ class Update : public MenuTest {
   protected:
     void SetUp() override {
         MenuTest::SetUp();
-        fakematrix::state().iap_slot = 5;
+        fakematrix::state().update_slot = 5;
         start(0);
     }
     static void start(int32_t pct) {
-        fakematrix::state().iap_pct = pct;
+        fakematrix::state().update_pct = pct;
         tav_menu_updating_set();
     }
     // One tick; whether it asked for a redisplay.
@@ -285,16 +284,17 @@ class Update : public MenuTest {
         tav_menu_updating();
         return redraw_requested();
     }
-    static int quiet_ticks() { // ticks in a row without a redisplay
-        int n = 0;
-        while (n < 1000 && !tick())
-            ++n;
-        return n;
+    // Ticks in a row without a redisplay; ticks until the menu is left.
+    static int quiet_ticks() {
+        return ticks_until([] { return redraw_requested(); }) - 1;
     }
     static int ticks_until_left() {
+        return ticks_until([] { return g_tav_menu != menu_update; });
+    }
+    template <class F> static int ticks_until(F done) {
         for (int n = 1; n <= 1000; ++n) {
             tick();
-            if (g_tav_menu != menu_update)
+            if (done())
                 return n;
         }
         return -1;
@@ -322,7 +322,7 @@ TEST_F(Update, StalledStartOrProgressGivesError) {
     EXPECT_EQ(tav_menu_updating_get_state(), 1);
     for (int i = 0; i < 299; ++i)
         ASSERT_FALSE(tick());
-    fakematrix::state().iap_pct = 41; // a change restarts the count
+    fakematrix::state().update_pct = 41; // a change restarts the count
     EXPECT_TRUE(tick());
     EXPECT_EQ(quiet_ticks(), 299);
     EXPECT_EQ(tav_menu_updating_get_state(), 3);
@@ -335,7 +335,7 @@ TEST_F(Update, CompleteReturnsAfter32TicksAndLowPercentIsAnError) {
         g_tav_lock = locked;
         start(60); // the progress page: SlotRowsDifferBetweenPages
         EXPECT_TRUE(tick());
-        fakematrix::state().iap_pct = 100;
+        fakematrix::state().update_pct = 100;
         EXPECT_TRUE(tick());
         EXPECT_EQ(tav_menu_updating_get_state(), 2);
         tav_menu_updating_display();
@@ -350,7 +350,7 @@ TEST_F(Update, CompleteReturnsAfter32TicksAndLowPercentIsAnError) {
     tav_menu_updating_down();
     ASSERT_EQ(tav_menu_updating_get_state(), 2);
     tick();
-    fakematrix::state().iap_pct = 30;
+    fakematrix::state().update_pct = 30;
     EXPECT_FALSE(tick()); // error on this tick, drawn from the next
     EXPECT_EQ(tav_menu_updating_get_state(), 3);
     EXPECT_TRUE(tick());
@@ -377,7 +377,7 @@ TEST_F(Update, SlotRowsDifferBetweenPages) {
           Case{19, row(20), row(42)}, Case{20, row(22), row(25)}, Case{0, row(17), row(25)},
           Case{21, row(17), row(25)}}) {
         SCOPED_TRACE(c.slot);
-        fakematrix::state().iap_slot = c.slot;
+        fakematrix::state().update_slot = c.slot;
         start(42);
         tick();
         tav_menu_updating_display();

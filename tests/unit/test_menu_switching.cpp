@@ -119,6 +119,18 @@ INSTANTIATE_TEST_SUITE_P(Switching, EntryText, ::testing::Values(
     EntryCase{"125L", "IN__=>OUT12 ", 40, 1, 1}));
 // clang-format on
 
+// The library calls that switch `in` to each of `outs`.
+std::vector<std::string> switch_calls(const std::string& kind, int in, std::vector<int> outs) {
+    std::vector<std::string> v;
+    for (int n : outs) {
+        const std::string args = "(" + std::to_string(in) + "," + std::to_string(n) + ")";
+        v.push_back("set_" + kind + "_switch" + args);
+        v.push_back("stash_" + kind + "_switch_data" + args);
+    }
+    v.push_back("set_" + kind + "_switch_done()");
+    return v;
+}
+
 TEST_F(MenuTest, SwitchConfirmsThenCallsTheLibraryAndOpensTheStatusPageAtTheOutput) {
     struct Case {
         bool video;
@@ -135,19 +147,15 @@ TEST_F(MenuTest, SwitchConfirmsThenCallsTheLibraryAndOpensTheStatusPageAtTheOutp
         Ports p{range(1, 8), range(9, 28)}; // 20 outputs
         device(p, p);
         fakematrix::state().calls.clear();
-        pauses().clear();
+        g_pauses.clear();
         g_tav_menu = home(c.video);
         keys(std::string(c.keys, 3).c_str());
         EXPECT_TRUE(calls().empty());
         keys(c.keys + 3);
-        const std::string kind = c.video ? "video" : "audio";
-        const std::string args = "(" + std::to_string(c.in) + "," + std::to_string(c.out) + ")";
-        EXPECT_EQ(calls(), (std::vector<std::string>{"set_" + kind + "_switch" + args,
-                                                     "stash_" + kind + "_switch_data" + args,
-                                                     "set_" + kind + "_switch_done()"}));
-        ASSERT_EQ(pauses().size(), 1u);
-        EXPECT_EQ(pauses()[0].ms, 1000u);
-        EXPECT_EQ(pauses()[0].bottom.substr(27, 12), c.confirm);
+        EXPECT_EQ(calls(), switch_calls(c.video ? "video" : "audio", c.in, {c.out}));
+        ASSERT_EQ(g_pauses.size(), 1u);
+        EXPECT_EQ(g_pauses[0].ms, 1000u);
+        EXPECT_EQ(g_pauses[0].bottom.substr(27, 12), c.confirm);
         EXPECT_EQ(g_tav_menu, home(c.video));
         EXPECT_EQ(st(c.video).switch_start, c.start);
     }
@@ -228,17 +236,6 @@ class SwitchAll : public MenuTest {
         draw();
     }
     static TAV_SWALL_STATE s() { return tav_menu_switch_all_get_state(); }
-    static std::vector<std::string> switch_calls(const std::string& kind, int in,
-                                                 std::vector<int> outs) {
-        std::vector<std::string> v;
-        for (int n : outs) {
-            const std::string args = "(" + std::to_string(in) + "," + std::to_string(n) + ")";
-            v.push_back("set_" + kind + "_switch" + args);
-            v.push_back("stash_" + kind + "_switch_data" + args);
-        }
-        v.push_back("set_" + kind + "_switch_done()");
-        return v;
-    }
 };
 
 TEST_F(SwitchAll, EntryStepsAndRefusal) {
@@ -301,39 +298,32 @@ TEST_F(SwitchAll, TakeSwitchesEveryOutputTheLibraryReports) {
     device({range(1, 4), range(5, 8)}, {});
     // Port 9 is of neither direction; port 10 is an output the panel's list
     // does not know yet: the library's answer counts.
-    fakematrix::state().ports[9].vio = em_matrix_mix;
-    fakematrix::state().ports[10].vio = em_matrix_out;
+    fakematrix::state().port[9].vdir = em_matrix_mix;
+    fakematrix::state().port[10].vdir = em_matrix_out;
     TAV_DEF_MAX_PORT = 12;
     enter(1);
     keys("3RT");
     EXPECT_EQ(calls(), switch_calls("video", 3, {5, 6, 7, 8, 10}));
-    ASSERT_EQ(pauses().size(), 1u);
-    EXPECT_EQ(pauses()[0].ms, 3000u);
-    EXPECT_EQ(pauses()[0].top, row(51, 26, "03"));
-    EXPECT_EQ(pauses()[0].bottom, row(52));
+    EXPECT_EQ(g_pauses, (std::vector<Pause>{{3000, row(51, 26, "03"), row(52)}}));
     EXPECT_EQ(g_tav_menu, menu_vid_display);
     EXPECT_EQ(panel().led_blink, 0u);
 
     // Input 0 closes every audio output, under the audio rows.
     device({range(1, 2), range(3, 4)}, {range(1, 2), range(3, 5)});
     fakematrix::state().calls.clear();
-    pauses().clear();
+    g_pauses.clear();
     enter(2);
     keys("00T");
     EXPECT_EQ(calls(), switch_calls("audio", 0, {3, 4, 5}));
-    ASSERT_EQ(pauses().size(), 1u);
-    EXPECT_EQ(pauses()[0].top, row(57));
-    EXPECT_EQ(pauses()[0].bottom, row(58));
+    EXPECT_EQ(g_pauses, (std::vector<Pause>{{3000, row(57), row(58)}}));
     EXPECT_EQ(g_tav_menu, menu_aud_display);
 
     // Input 0 for video: the video closing rows.
     device({range(1, 2), range(3, 4)}, {});
-    pauses().clear();
+    g_pauses.clear();
     enter(1);
     keys("00T");
-    ASSERT_EQ(pauses().size(), 1u);
-    EXPECT_EQ(pauses()[0].top, row(55));
-    EXPECT_EQ(pauses()[0].bottom, row(56));
+    EXPECT_EQ(g_pauses, (std::vector<Pause>{{3000, row(55), row(56)}}));
     // An input the device does not have closes instead.
     device({{2, 12}, {3, 4}}, {});
     TAV_DEF_MAX_PORT = 10;

@@ -342,7 +342,7 @@ TEST_F(MenuTest, TakeBlinkSentOnChangesOnly) {
             tav_bdl_menu_showleds(state, take);
             int n = 0;
             for (const auto& f : cap.frames())
-                n += f.kind == tavpanel::FrameKind::led_blink;
+                n += f.kind == TAV_COM_KIND_LED_BLINK;
             sent += std::to_string(n);
             EXPECT_EQ(panel().led_blink, take ? TAKE : 0u);
         }
@@ -361,8 +361,8 @@ TEST_F(MenuTest, TakeBlinkSentOnChangesOnly) {
 class PortTables : public MenuTest, public ::testing::WithParamInterface<bool> {
   protected:
     void port(int p, int32_t io, int32_t route = 0) {
-        auto& fp = fakematrix::state().ports[static_cast<size_t>(p)];
-        (GetParam() ? fp.vio : fp.aio) = io;
+        auto& fp = fakematrix::state().port[static_cast<size_t>(p)];
+        (GetParam() ? fp.vdir : fp.adir) = io;
         (GetParam() ? fp.vroute : fp.aroute) = route;
     }
     static void rebuild() { GetParam() ? load_main_set_up() : load_main_aud_set_up(); }
@@ -378,7 +378,7 @@ class PortTables : public MenuTest, public ::testing::WithParamInterface<bool> {
 };
 
 TEST_P(PortTables, ListsInOrderWithRoutesAndOnlyInputsAndOutputs) {
-    fakematrix::state().ports = {};
+    fakematrix::state().port = {};
     port(1, em_matrix_in);
     port(2, em_matrix_mix, 7);
     port(3, em_matrix_ioundefine, 7);
