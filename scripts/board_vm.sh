@@ -11,14 +11,18 @@
 #   scripts/board_vm.sh test      build, then run the scenarios (tests/board/)
 #
 # UARTs: ttyS0 the console (a BusyBox shell), ttyS1 the panel line, linked at
-# /dev/ttyPSC3 by the image's start-up. Kernel and BusyBox builds are reused
-# as long as their configuration (scripts/board/*.config) is unchanged.
-set -euo pipefail
+# /dev/ttyPSC3 by the image's start-up. The kernel and BusyBox builds are kept
+# in a cache outside the work tree (TAV_BOARD_CACHE, by default
+# ~/.cache/tav_board), one entry per set of inputs: the configurations
+# (scripts/board/*.config) and the versions of the kernel source, BusyBox and
+# the cross compiler. Another clone on the same machine reuses them.
+set -Eeuo pipefail
 cd "$(dirname "$0")/.."
 TOP=$PWD
 B=$TOP/build/board
 CROSS=powerpc-linux-gnu-
-JOBS=${TAV_BOARD_JOBS:-2}
+JOBS=${TAV_BOARD_JOBS:-$(($(nproc) + 1))}
+CACHE=${TAV_BOARD_CACHE:-${XDG_CACHE_HOME:-${HOME:-$B}/.cache}/tav_board}
 mkdir -p "$B"
 trap 'echo "board_vm: failed at line $LINENO: $BASH_COMMAND" >&2' ERR
 
@@ -34,14 +38,15 @@ apt_or_die() {
 
 # A deb-src twin of every deb entry of the system's sources, for apt-get source.
 add_deb_src() {
-    local f=/etc/apt/sources.list.d/debian.sources out=/etc/apt/sources.list.d/tav-deb-src.sources
+    local f=/etc/apt/sources.list.d/debian.sources
+    say "no deb-src entries: adding the twins of the deb entries"
     if [ -f "$f" ]; then
-        sed -n '/^Types: deb$/,/^$/p' "$f" | sed 's/^Types: deb$/Types: deb-src/' | $SUDO tee "$out" >/dev/null
+        sed -n '/^Types: deb$/,/^$/p' "$f" | sed 's/^Types: deb$/Types: deb-src/' |
+            $SUDO tee /etc/apt/sources.list.d/tav-deb-src.sources >/dev/null
     elif [ -f /etc/apt/sources.list ]; then
         grep '^deb ' /etc/apt/sources.list | sed 's/^deb /deb-src /' |
             $SUDO tee /etc/apt/sources.list.d/tav-deb-src.list >/dev/null
     fi
-    apt_or_die update -qq
 }
 
 install_needs() {
@@ -88,17 +93,19 @@ build_kernel() {
         nice -n 10 "${k[@]}" -j"$JOBS" vmlinux
         say "kernel built in $(elapsed "$t")"
     fi
+    cp "$out/vmlinux" "$out/usr/gen_init_cpio" "$1/"
 }
 
 # --- BusyBox ----------------------------------------------------------------
+fetch_busybox() { (cd "$B" && apt-get source -qq --download-only busybox); }
+
 build_busybox() {
     local src=$B/busybox-src out=$B/busybox frag=$TOP/scripts/board/busybox.config t=$(date +%s)
     if [ ! -f "$src/Makefile" ]; then
-        if ! (cd "$B" && apt-get source -qq --download-only busybox) 2>"$B/apt-source.log"; then
-            say "no busybox source entry: adding deb-src entries"
-            add_deb_src
-            (cd "$B" && apt-get source -qq --download-only busybox) ||
-                die "apt-get source busybox failed: is Debian's archive reachable?"
+        if ! fetch_busybox 2>"$B/apt-source.log"; then
+            grep -rqsE '^(Types:.*deb-src|deb-src )' /etc/apt/sources.list /etc/apt/sources.list.d/ || add_deb_src
+            apt_or_die update -qq
+            fetch_busybox || die "apt-get source busybox failed: is Debian's archive reachable?"
         fi
         rm -rf "$src"
         dpkg-source -x "$(ls "$B"/busybox_*.dsc | tail -1)" "$src" >/dev/null
@@ -114,7 +121,7 @@ build_busybox() {
                 echo "$l" >>"$out/.config" ;;
             esac
         done <"$frag"
-        yes "" | make -s -C "$out" oldconfig >/dev/null
+        { yes "" || true; } | make -s -C "$out" oldconfig >/dev/null
         check_config "$out/.config" "$frag" || die "BusyBox configuration incomplete"
         rm -f "$out/busybox"
     fi
@@ -124,6 +131,8 @@ build_busybox() {
             { tail -30 "$out/build.log"; die "BusyBox build failed"; }
         say "BusyBox built in $(elapsed "$t")"
     fi
+    make -s -C "$out" busybox.links >/dev/null
+    cp "$out/busybox" "$out/busybox.links" "$1/"
 }
 
 # --- the programs -----------------------------------------------------------
@@ -146,7 +155,10 @@ build_rootfs() {
     local r=$B/rootfs sysroot=/usr/powerpc-linux-gnu f lib
     rm -rf "$r"
     mkdir -p "$r"/{bin,sbin,usr/bin,usr/sbin,usr/lib,lib,etc/init.d,proc,sys,dev,tmp,root,var/run,var/log,nandflash/config}
-    make -s -C "$B/busybox" CROSS_COMPILE=$CROSS CONFIG_PREFIX="$r" install >/dev/null
+    install -m 755 "$C/busybox" "$r/bin/busybox"
+    while read -r f; do
+        [ -e "$r$f" ] || ln -s /bin/busybox "$r$f"
+    done <"$C/busybox.links"
     ln -sf bin/busybox "$r/init"
     cp -a "$B/stage/." "$r/"
     for f in tav_matrix_core tav_matrix_ctl; do
@@ -172,28 +184,46 @@ build_rootfs() {
         done
         todo=$next
     done
-    # Owned by root, with the console node the kernel opens before devtmpfs.
-    echo "nod /dev/console 0600 0 0 c 5 1" >"$B/extra.list"
-    [ -x "$B/kernel/usr/gen_init_cpio" ] ||
-        cc -O2 -o "$B/kernel/usr/gen_init_cpio" "$B/linux-source-6.1/usr/gen_init_cpio.c"
-    (cd "$B/kernel" && sh "$B/linux-source-6.1/usr/gen_initramfs.sh" -o "$B/rootfs.cpio" \
-        -u "$(id -u)" -g "$(id -g)" "$r" "$B/extra.list")
-    say "root file system: $(du -sk "$r" | cut -f1) kB, libraries: $seen"
+    # Everything owned by root; the console node that the kernel opens
+    # before devtmpfs is mounted.
+    (cd "$r" && find . -mindepth 1 -printf '%y %m %P %l\n' | sort -k3) | awk -v r="$r" '
+        $1 == "d" { print "dir /" $3, $2, 0, 0 }
+        $1 == "l" { print "slink /" $3, $4, 777, 0, 0 }
+        $1 == "f" { print "file /" $3, r "/" $3, $2, 0, 0 }
+        END { print "nod /dev/console 600 0 0 c 5 1" }' >"$B/rootfs.list"
+    "$C/gen_init_cpio" "$B/rootfs.list" >"$B/rootfs.cpio"
+    say "root file system: $(du -sk "$r" | cut -f1) kB, libraries:$seen"
+}
+
+# The cache entry for the current inputs: the kernel and BusyBox, built when
+# missing (into a temporary entry, renamed when complete).
+image_inputs() {
+    cat scripts/board/kernel.config scripts/board/busybox.config
+    dpkg-query -W -f='${Package} ${Version}\n' linux-source-6.1 gcc-powerpc-linux-gnu libc6-dev-powerpc-cross
+    apt-cache policy busybox | sed -n 's/^ *Candidate: */busybox /p'
 }
 
 build_all() {
     local t=$(date +%s)
     install_needs
-    build_kernel
-    build_busybox
+    C=$CACHE/$(image_inputs | sha256sum | cut -c1-16)
+    if [ -f "$C/vmlinux" ]; then
+        say "kernel and BusyBox from the cache $C"
+    else
+        local part=$C.part.$$
+        rm -rf "$part" && mkdir -p "$part"
+        build_kernel "$part"
+        build_busybox "$part"
+        mv -T "$part" "$C" 2>/dev/null || rm -rf "$part" # another build may have been first
+    fi
     build_programs
     build_rootfs
-    say "image ready in $(elapsed "$t"): $B/kernel/vmlinux, $B/rootfs.cpio"
+    say "image ready in $(elapsed "$t"): $C/vmlinux, $B/rootfs.cpio"
 }
 
 qemu_cmd() {
     echo qemu-system-ppc -M ppce500 -cpu e500mc -m 256M -display none -monitor none \
-        -kernel "$B/kernel/vmlinux" -initrd "$B/rootfs.cpio" -append "console=ttyS0"
+        -kernel "$C/vmlinux" -initrd "$B/rootfs.cpio" -append "console=ttyS0"
 }
 
 case ${1:-build} in

@@ -11,13 +11,16 @@
 #   fuzz  each libFuzzer target for TAV_FUZZ_SECONDS (default 8) seconds,
 #         starting from its seeds in tests/fuzz/corpus/<target>; a target
 #         that runs fewer inputs than its floor below fails
+#   board the installed program on a PowerPC kernel under qemu-system-ppc,
+#         started by its init script, the panel on the VM's UART
+#         (scripts/board_vm.sh test; it installs what it needs itself)
 # Every ctest call fails when it selects no test.
 # TAV_STEPS="asan fuzz" runs some steps only. The plain host preset (the demo's
 # build) has no step of its own: the asan step runs the same tests.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
-STEPS=${TAV_STEPS:-"asan tsan ppc fuzz"}
+STEPS=${TAV_STEPS:-"asan tsan ppc fuzz board"}
 FUZZ_SECONDS=${TAV_FUZZ_SECONDS:-8}
 
 need=()
@@ -104,6 +107,7 @@ for step in $STEPS; do
     tsan) cmd=(tests tsan 'unit|threads' tav_unit_tests tav_sim_tests tav_e2e_tests) ;;
     ppc) cmd=(ppc) ;;
     fuzz) cmd=(fuzz) ;;
+    board) cmd=(bash scripts/board_vm.sh test) ;;
     *) echo "unknown step $step"; failed=$((failed + 1)); continue ;;
     esac
     if "${cmd[@]}"; then
