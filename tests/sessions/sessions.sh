@@ -7,84 +7,32 @@
 #   bash tests/sessions/sessions.sh replay FILE [BIN]  replay one; BIN: the build's bin directory
 set -euo pipefail
 top=$(cd "$(dirname "$0")/../.." && pwd)
-home='wait-lcd 0 VOSW 60000
-sleep 1500'
 
-# Emulator script commands of each session, after the home page is up.
+# The keys of each session, after the home page is up: a key name presses it,
+# ~MS pauses, "toggle" is LOCK twice without a release.
 declare -A sessions=(
-[switching]="press 0
-press 5
-sleep 4000
-press 1
-press 7
-press RIGHT
-press 3
-press RIGHT
-sleep 2500
-press LEFT
-sleep 800"
-[switch_all]="press MENU
-press MENU
-press MENU
-press MENU
-press 1
-press 1
-press 0
-press 5
-sleep 800
-press TAKE
-sleep 5000"
-[edid]="press MENU
-press MENU
-press MENU
-press MENU
-press 7
-press 0
-press 3
-press 0
-press 5
-sleep 1500
-press BREAK
-sleep 800"
-[network_versions]="press MENU
-press MENU
-press MENU
-press MENU
-press MENU
-press 1
-sleep 800
-press 1
-sleep 1500
-press LEFT
-press 2
-sleep 1500
-press LEFT
-press MENU
-sleep 800
-press MENU
-sleep 800
-press RIGHT
-sleep 800
-press RIGHT
-sleep 800
-press BREAK
-sleep 800"
-[lock]="lock-toggle
-sleep 800
-press 1
-press MENU
-sleep 800
-lock-toggle
-sleep 800
-press MENU
-sleep 800"
-[reset]="press DEFAULT
-sleep 500
-press 1
-sleep 800
-press TAKE
-sleep 4000"
+    [switching]="0 5 ~4000 1 7 RIGHT 3 RIGHT ~2500 LEFT ~800"
+    [switch_all]="MENU MENU MENU MENU 1 1 0 5 ~800 TAKE ~5000"
+    [edid]="MENU MENU MENU MENU 7 0 3 0 5 ~1500 BREAK ~800"
+    [network_versions]="MENU MENU MENU MENU MENU 1 ~800 1 ~1500 LEFT 2 ~1500 LEFT MENU ~800 MENU ~800
+                        RIGHT ~800 RIGHT ~800 BREAK ~800"
+    [lock]="toggle ~800 1 MENU ~800 toggle ~800 MENU ~800"
+    [reset]="DEFAULT ~500 1 ~800 TAKE ~4000"
 )
+
+# The emulator's script for a session's keys.
+script() {
+    local k
+    printf 'wait-lcd 0 VOSW 60000\nsleep 1500\n'
+    for k in $1; do
+        case $k in
+        ~*) echo "sleep ${k#\~}" ;;
+        toggle) echo lock-toggle ;;
+        *) echo "press $k" ;;
+        esac
+    done
+    echo quit
+}
 
 # A sandbox with the simulated core and the program; "$@" is the emulator's
 # command line after --root. Sets rc to the emulator's exit status.
@@ -116,8 +64,7 @@ record)
     for name in "${@:-${!sessions[@]}}"; do
         [ -n "${sessions[$name]:-}" ] || { echo "no session '$name'" >&2; exit 2; }
         out=$top/tests/data/panel/session_$name.rec
-        printf '%s\n%s\nquit\n' "$home" "${sessions[$name]}" |
-            run "$top/build/host/bin" --record "$out" >/dev/null
+        script "${sessions[$name]}" | run "$top/build/host/bin" --record "$out" >/dev/null
         echo "recorded $out"
     done
     ;;
